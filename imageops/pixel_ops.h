@@ -1,0 +1,26 @@
+// Per-pixel passes shared by the effects: a byte table over B, G, R, and the weighted sum of
+// two pictures in 16.16 fixed point.
+#pragma once
+
+#include <cstdint>
+
+#include "core/image_view.h"
+
+namespace Vantyx {
+
+// B, G, R of each BGRA32 pixel through `lut` (256 entries); alpha untouched.
+int32_t apply_lut_bgr(const ImageView& img, const uint8_t* lut, const ProcessRect& strip,
+                      int32_t simd_level);
+int32_t apply_lut_bgr_plain(const ImageView& img, const uint8_t* lut, const ProcessRect& strip);
+int32_t apply_lut_bgr_sse41(const ImageView& img, const uint8_t* lut, const ProcessRect& strip);
+
+// dst colour = (other x w1 + dst x w2) / 65536, 255 once the sum reaches 0xFF0000, 0 below 0;
+// dst alpha kept. Both BGRA32.
+int32_t weighting_sum(const ImageView& other, const ImageView& dst, int32_t w1, int32_t w2,
+                      const ProcessRect& strip, int32_t simd_level);
+int32_t weighting_sum_plain(const ImageView& other, const ImageView& dst, int32_t w1, int32_t w2,
+                            const ProcessRect& strip);
+int32_t weighting_sum_sse41(const ImageView& other, const ImageView& dst, int32_t w1, int32_t w2,
+                            const ProcessRect& strip);
+
+}  // namespace Vantyx

@@ -1,0 +1,74 @@
+#include "test_support.h"
+
+#include "core/debug_log.h"
+#include "core/platform.h"
+
+namespace Vantyx {
+namespace test {
+
+bool HasSse41() { return platform::MeasureSimdLevel() >= SIMD_SSE41; }
+
+Image::Image(int32_t w, int32_t h, uint32_t fmt, int32_t extra_stride)
+    : width(w), height(h), stride(w * int32_t(BytesPerPixel(fmt)) + extra_stride), format(fmt) {
+  bytes.assign(size_t(stride) * size_t(h), 0);
+}
+
+ImageView Image::View(int32_t origin_x, int32_t origin_y) {
+  ImageView v;
+  v.data = bytes.empty() ? nullptr : bytes.data();
+  v.width = width;
+  v.height = height;
+  v.stride = stride;
+  v.format = format;
+  v.origin_x = origin_x;
+  v.origin_y = origin_y;
+  return v;
+}
+
+ImageDesc Image::Desc() {
+  ImageDesc d{};
+  d.data = bytes.empty() ? nullptr : bytes.data();
+  d.width = uint32_t(width);
+  d.height = uint32_t(height);
+  d.stride = uint32_t(stride);
+  d.channels = format == PIXEL_BGRA32 ? 4 : (format == PIXEL_FLOAT96 ? 3 : 1);
+  d.format = format;
+  return d;
+}
+
+void FillRandomBytes(uint8_t* data, size_t n, uint32_t seed) {
+  uint32_t s = seed * 2654435761u + 0x9E3779B9u;
+  if (s == 0) s = 1;
+  for (size_t i = 0; i < n; ++i) {
+    s ^= s << 13;
+    s ^= s >> 17;
+    s ^= s << 5;
+    data[i] = uint8_t(s >> 24);
+  }
+}
+
+void Image::FillRandom(uint32_t seed) { FillRandomBytes(bytes.data(), bytes.size(), seed); }
+void Image::Fill(uint8_t value) { std::fill(bytes.begin(), bytes.end(), value); }
+
+LogCapture::LogCapture() { SetLogSink(&LogCapture::Sink, this); }
+LogCapture::~LogCapture() { SetLogSink(nullptr, nullptr); }
+
+void LogCapture::Sink(const char* line, void* user) {
+  auto* self = static_cast<LogCapture*>(user);
+  std::lock_guard<std::mutex> lock(self->mutex_);
+  self->lines_.emplace_back(line);
+}
+
+std::vector<std::string> LogCapture::Lines() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return lines_;
+}
+
+bool LogCapture::Contains(const std::string& text) {
+  for (const auto& l : Lines())
+    if (l.find(text) != std::string::npos) return true;
+  return false;
+}
+
+}  // namespace test
+}  // namespace Vantyx
