@@ -1,0 +1,79 @@
+#include "support.h"
+
+#include <opencv2/core.hpp>
+
+#include <algorithm>
+#include <cstring>
+
+#include "core/platform.h"
+
+namespace Vantyx {
+namespace bench {
+
+int32_t ThreadCount() { return std::min(platform::ProcessorCount(), MAX_POOL_THREADS); }
+
+void FrameSizes(benchmark::internal::Benchmark* b) {
+  b->Args({1920, 1080})->Args({3840, 2160})->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+
+Frame::Frame(int32_t w, int32_t h, uint32_t fmt, uint32_t seed)
+    : width(w), height(h), stride(w * int32_t(BytesPerPixel(fmt))), format(fmt) {
+  bytes.resize(size_t(stride) * size_t(h));
+  uint32_t s = seed * 2654435761u + 1;
+  for (auto& b : bytes) {
+    s ^= s << 13;
+    s ^= s >> 17;
+    s ^= s << 5;
+    b = uint8_t(s >> 24);
+  }
+  if (fmt == PIXEL_FLOAT96) {
+    auto* f = reinterpret_cast<float*>(bytes.data());
+    for (size_t i = 0; i < bytes.size() / 4; ++i) f[i] = float(i % 251) / 255.0f;
+  }
+}
+
+ImageView Frame::View() {
+  ImageView v;
+  v.data = bytes.data();
+  v.width = width;
+  v.height = height;
+  v.stride = stride;
+  v.format = format;
+  return v;
+}
+
+Dispatcher& Dispatcher::Get() {
+  static Dispatcher d;
+  return d;
+}
+
+Dispatcher::Dispatcher() {
+  pool_.Create(ThreadCount());
+  segmenter_.Bind(&pool_);
+  cv::setNumThreads(ThreadCount());
+}
+
+void SetFrameBytes(benchmark::State& state, int64_t width, int64_t height) {
+  state.SetBytesProcessed(int64_t(state.iterations()) * width * height * 4 * 2);
+}
+
+// The baseline: one frame copied with the same strips and workers.
+static void BM_FrameCopy(benchmark::State& state) {
+  const int32_t w = int32_t(state.range(0)), h = int32_t(state.range(1));
+  Frame src(w, h, 0, 1), dst(w, h, 0, 2);
+  const ProcessRect rect{0, 0, uint32_t(w), uint32_t(h)};
+  for (auto _ : state) {
+    Dispatcher::Get().Run(rect, true, [&](const ProcessRect& s) {
+      std::memcpy(dst.bytes.data() + size_t(s.top) * dst.stride,
+                  src.bytes.data() + size_t(s.top) * src.stride,
+                  size_t(s.bottom - s.top) * size_t(src.stride));
+      return 0;
+    });
+    benchmark::DoNotOptimize(dst.bytes.data());
+  }
+  SetFrameBytes(state, w, h);
+}
+BENCHMARK(BM_FrameCopy)->Apply(FrameSizes);
+
+}  // namespace bench
+}  // namespace Vantyx
