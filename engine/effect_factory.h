@@ -1,0 +1,29 @@
+// How the engine builds each family's effect. A family that is not built yet answers
+// 0x80004001 and creates nothing; allocation failure propagates as std::bad_alloc.
+#pragma once
+
+#include <cstdint>
+
+#include "core/thread_pool.h"
+#include "vantyx.h"
+
+namespace Vantyx {
+
+// Constructs the family's effect bound to `pool`, copies `cpu` in with SetCpuInfo and returns
+// it through `out` (0), or returns 0x80004001 with *out untouched.
+int32_t NewBlackMistEffect(CThreadPool* pool, const CpuInfo& cpu, BlackMistFull** out);
+int32_t NewHalationEffect(CThreadPool* pool, const CpuInfo& cpu, HalationFull** out);
+int32_t NewInfraredEffect(CThreadPool* pool, const CpuInfo& cpu, InfraredFull** out);
+int32_t NewAmberfadeEffect(CThreadPool* pool, const CpuInfo& cpu, AmberfadeFull** out);
+
+// Destroys an effect or engine through its interface's slot 0.
+template <class T>
+void DestroyThroughInterface(T* object) {
+#if defined(_WIN32) && defined(__GNUC__)
+  if (object) object->VantyxDeletingDestructor(1);
+#else
+  delete object;
+#endif
+}
+
+}  // namespace Vantyx
