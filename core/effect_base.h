@@ -5,7 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <type_traits>
+#include <initializer_list>
 
 #include "core/block_segmenter.h"
 #include "core/debug_log.h"
@@ -38,6 +38,11 @@ int32_t ScaledSize(int32_t n, float scale);
 
 // True when every value is finite (NaN and infinities are refused in frame records).
 bool AllFinite(std::initializer_list<float> values);
+
+// trunc(v) as an int32, saturated at the type's limits (NaN gives 0): parameters that no check
+// bounds must not overflow a conversion.
+int32_t TruncToInt(float v);
+int32_t TruncToInt(double v);
 
 class EffectBase {
  public:
@@ -78,16 +83,20 @@ class EffectBase {
   bool Fast() const { return cpu.simd_level >= SIMD_SSE41; }
 
   // Runs `body(strip)` over `rect` cut into strips on the pool. A failure is logged with the
-  // stage name and returned.
+  // kernel's own name (when it has one) and then the stage name, and returned.
   template <class Body>
-  int32_t RunStage(const char* name, const ProcessRect& rect, Split split, const Body& body) {
+  int32_t RunStage(const char* name, const ProcessRect& rect, Split split, const Body& body,
+                   const char* kernel_name = nullptr) {
     BlockFn entry = [](BlockJob* job, int32_t* result) -> int32_t {
       *result = (*static_cast<const Body*>(job->args))(job->rect);
       return *result;
     };
     int32_t rc = m_segmenter.SegmentBlock(entry, const_cast<void*>(static_cast<const void*>(&body)),
                                           this, &rect, split == Split::kRows);
-    if (rc < 0) LogStageFailure(name, rc);
+    if (rc < 0) {
+      if (kernel_name) LogStageFailure(kernel_name, rc);
+      LogStageFailure(name, rc);
+    }
     return rc;
   }
 
@@ -105,6 +114,20 @@ class EffectBase {
   ImageDesc m_dst{};
   ProcessRect m_process_rect{0, 0, 0, 0};
 };
+
+// Slot 0 of an implementation class. Under mingw the interfaces declare MSVC's single
+// deleting-destructor entry, which each class fills here; elsewhere the compiler's virtual
+// destructor is slot 0 and this expands to nothing.
+#if defined(_WIN32) && defined(__GNUC__)
+#define VANTYX_IMPLEMENT_DELETING_DTOR(Class)                       \
+  void* VantyxDeletingDestructor(unsigned int flags) override {     \
+    this->~Class();                                                 \
+    if (flags & 1u) ::operator delete(static_cast<void*>(this));    \
+    return this;                                                    \
+  }
+#else
+#define VANTYX_IMPLEMENT_DELETING_DTOR(Class)
+#endif
 
 // Ends the enclosing pipeline function with the code of a failed stage.
 #define VANTYX_STAGE(expr)          \
