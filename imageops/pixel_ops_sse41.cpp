@@ -1,0 +1,119 @@
+// SSE4.1 forms of the byte-table pass and the weighting sum: four pixels per step, tails with
+// the plain forms' scalar arithmetic, nothing read or written outside the strip's pixels.
+#include <smmintrin.h>
+
+#include <cstdint>
+#include <cstdlib>
+
+#include "imageops/pixel_ops.h"
+#include "vantyx.h"
+
+namespace Vantyx {
+
+namespace {
+
+constexpr int32_t kNullBuffer = static_cast<int32_t>(0x80004003u);
+constexpr int32_t kBadArgument = static_cast<int32_t>(0x80070057u);
+
+inline __m128i ColourMask() {
+  return _mm_setr_epi8(-1, -1, -1, 0, -1, -1, -1, 0, -1, -1, -1, 0, -1, -1, -1, 0);
+}
+
+inline uint8_t WeightedByte(uint8_t o, uint8_t d, int32_t w1, int32_t w2) {
+  const int64_t sum = int64_t{o} * w1 + int64_t{d} * w2;
+  return sum >= 0xFF0000 ? 255 : sum < 0 ? 0 : static_cast<uint8_t>(sum / 65536);
+}
+
+// The lowest pixel of o and d: sum >> 16 per channel, in 32 bits. For sums >= 0 the shift
+// equals the plain form's division by 65536.
+inline __m128i WeightedPixel(__m128i o, __m128i d, __m128i w1, __m128i w2) {
+  const __m128i sum = _mm_add_epi32(_mm_mullo_epi32(_mm_cvtepu8_epi32(o), w1),
+                                    _mm_mullo_epi32(_mm_cvtepu8_epi32(d), w2));
+  return _mm_srai_epi32(sum, 16);
+}
+
+}  // namespace
+
+int32_t apply_lut_bgr_sse41(const ImageView& img, const uint8_t* lut, const ProcessRect& strip) {
+  if (img.data == nullptr || lut == nullptr) return kNullBuffer;
+  if (img.format != PIXEL_BGRA32) return kBadArgument;
+  const Area a = Clip(AreaOf(strip), img);
+  if (a.Empty()) return 0;
+
+  // No gather: the table is sixteen 16-byte slices, each looked up with pshufb. For slice k,
+  // index - 16k lands in 0..15 only for the bytes that belong to it; adding 0x70 with
+  // unsigned saturation keeps those below 0x80 and pushes every other byte to 0x80 or more,
+  // which pshufb turns into 0. OR-ing the sixteen partial results gives the lookup.
+  __m128i slice[16];
+  for (int k = 0; k < 16; ++k) slice[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lut + 16 * k));
+  const __m128i sixteen = _mm_set1_epi8(16);
+  const __m128i bias = _mm_set1_epi8(0x70);
+  const __m128i colour = ColourMask();
+  const int32_t width = a.right - a.left;
+  for (int32_t y = a.top; y < a.bottom; ++y) {
+    uint8_t* p = img.At(a.left, y);
+    int32_t x = 0;
+    for (; x + 4 <= width; x += 4, p += 16) {
+      const __m128i in = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+      __m128i cur = in;
+      __m128i out = _mm_setzero_si128();
+      for (int k = 0; k < 16; ++k) {
+        out = _mm_or_si128(out, _mm_shuffle_epi8(slice[k], _mm_adds_epu8(cur, bias)));
+        cur = _mm_sub_epi8(cur, sixteen);
+      }
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_blendv_epi8(in, out, colour));
+    }
+    for (; x < width; ++x, p += 4) {
+      p[0] = lut[p[0]];
+      p[1] = lut[p[1]];
+      p[2] = lut[p[2]];
+    }
+  }
+  return 0;
+}
+
+int32_t weighting_sum_sse41(const ImageView& other, const ImageView& dst, int32_t w1, int32_t w2,
+                            const ProcessRect& strip) {
+  if (other.data == nullptr || dst.data == nullptr) return kNullBuffer;
+  if (other.format != PIXEL_BGRA32 || dst.format != PIXEL_BGRA32) return kBadArgument;
+  const Area a = Clip(Clip(AreaOf(strip), other), dst);
+  if (a.Empty()) return 0;
+
+  // The vector path works in 32 bits, exact while 255 x (|w1| + |w2|) fits an int32 (the
+  // effects' weights are at most about 65536). Larger weights take the 64-bit scalar loop;
+  // SSE4.1 has no 64-bit compare or arithmetic shift to do that in vectors.
+  const int64_t reach = 255 * (std::llabs(w1) + std::llabs(w2));
+  const bool vector_ok = reach <= INT32_MAX;
+
+  const __m128i vw1 = _mm_set1_epi32(w1);
+  const __m128i vw2 = _mm_set1_epi32(w2);
+  const __m128i colour = ColourMask();
+  const int32_t width = a.right - a.left;
+  for (int32_t y = a.top; y < a.bottom; ++y) {
+    const uint8_t* o = other.At(a.left, y);
+    uint8_t* d = dst.At(a.left, y);
+    int32_t x = 0;
+    if (vector_ok) {
+      for (; x + 4 <= width; x += 4, o += 16, d += 16) {
+        const __m128i ov = _mm_loadu_si128(reinterpret_cast<const __m128i*>(o));
+        const __m128i dv = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d));
+        // Byte shifts need immediate counts: the four pixels are written out.
+        const __m128i p0 = WeightedPixel(ov, dv, vw1, vw2);
+        const __m128i p1 = WeightedPixel(_mm_srli_si128(ov, 4), _mm_srli_si128(dv, 4), vw1, vw2);
+        const __m128i p2 = WeightedPixel(_mm_srli_si128(ov, 8), _mm_srli_si128(dv, 8), vw1, vw2);
+        const __m128i p3 = WeightedPixel(_mm_srli_si128(ov, 12), _mm_srli_si128(dv, 12), vw1, vw2);
+        // The two saturating packs give 0 for negative sums and 255 from 0xFF0000 up.
+        const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(p0, p1), _mm_packs_epi32(p2, p3));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_blendv_epi8(dv, bytes, colour));
+      }
+    }
+    for (; x < width; ++x, o += 4, d += 4) {
+      d[0] = WeightedByte(o[0], d[0], w1, w2);
+      d[1] = WeightedByte(o[1], d[1], w1, w2);
+      d[2] = WeightedByte(o[2], d[2], w1, w2);
+    }
+  }
+  return 0;
+}
+
+}  // namespace Vantyx
