@@ -10,7 +10,10 @@
 
 namespace Vantyx {
 
-// `weight` is the optional second image of the weighted 8-bit variant (null otherwise).
+// `weight` is the optional second image of the weighted 8-bit variant (null otherwise): the
+// image is BGRA32, the weights are the second image's alpha (BGRA32) or byte (GRAY8), and each
+// of B, G, R becomes the weighted window mean, rounded like the plain bytes; a window that
+// weighs 0 keeps its pixel.
 // Formats: BGRA32 (B, G, R; alpha kept), GRAY8, GRAYF32, FLOAT96, GRAY32_ALT; others
 // 0x80004001. Null image 0x80004003; negative radius 0x80070057; radius 0 does nothing.
 int32_t box_blur_rows(const ImageView& img, const ImageView* weight, int32_t radius,

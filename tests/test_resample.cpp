@@ -1,0 +1,284 @@
+// Bilinear resampling: hand-worked rows, exact halving and doubling against their closed
+// forms, the checks and the kernel choice, and the plain form against the SSE4.1 form.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "imageops/resample.h"
+#include "imageops/resample_internal.h"
+#include "test_support.h"
+
+namespace Vantyx {
+namespace {
+
+using test::Image;
+
+constexpr int32_t kPointer = static_cast<int32_t>(0x80004003u);
+constexpr int32_t kFail = static_cast<int32_t>(0x80004005u);
+constexpr int32_t kNotImpl = static_cast<int32_t>(0x80004001u);
+constexpr int32_t kInvalidArg = static_cast<int32_t>(0x80070057u);
+
+using ResampleFn = int32_t (*)(const ImageView&, const ImageView&, const ProcessRect&,
+                               const ProcessRect&);
+
+ProcessRect Whole(const Image& img) {
+  return ProcessRect{0, 0, uint32_t(img.width), uint32_t(img.height)};
+}
+
+std::vector<ResampleFn> ByteForms() {
+  std::vector<ResampleFn> f{resample_bilinear_u8_plain};
+  if (test::HasSse41()) f.push_back(resample_bilinear_u8_sse41);
+  return f;
+}
+
+int32_t Resize(ResampleFn fn, Image& src, Image& dst) {
+  return fn(src.View(), dst.View(), Whole(src), Whole(dst));
+}
+
+// (((b - a) * f) >> 8) + a with a floor division, independent of the shift.
+int32_t LerpFloor(int32_t a, int32_t b, int32_t f) {
+  const int32_t p = (b - a) * f;
+  return (p >= 0 ? p / 256 : -((-p + 255) / 256)) + a;
+}
+
+// --- Hand-worked rows -----------------------------------------------------------------------
+
+// Halving 4 -> 2: s = (x - 0.5) / 0.5 + 1.5 = 0.5, 2.5; fraction 128, so each output is
+// a + floor((b - a) / 2) = floor((a + b) / 2).
+TEST(ResampleHand, HalvingARowTakesMeansRoundedDown) {
+  for (ResampleFn fn : ByteForms()) {
+    Image src(4, 1), dst(2, 1);
+    const uint8_t row[4][4] = {{10, 255, 0, 7}, {21, 0, 1, 8}, {200, 3, 100, 255}, {101, 4, 51, 0}};
+    for (int32_t x = 0; x < 4; ++x) std::memcpy(src.Pixel(x, 0), row[x], 4);
+    ASSERT_EQ(Resize(fn, src, dst), 0);
+    // (10+21)/2=15.5 (255+0)/2=127.5 (0+1)/2 (7+8)/2 | (200+101)/2 (3+4)/2 (100+51)/2 (255+0)/2
+    EXPECT_EQ(dst.bytes, (std::vector<uint8_t>{15, 127, 0, 7, 150, 3, 75, 127}));
+  }
+}
+
+// Doubling 2 -> 4: rx = 2, s = (x - 1.5) / 2 + 0.5 = -0.25, 0.25, 0.75, 1.25, so i = 0, 0, 0, 1
+// and the fraction bytes are 192 (from -64), 64, 192 and 64 (column 3 has x0 = x1 = 1).
+// With a = 10, b = 0: (-10 * 192) >> 8 = -7.5 -> -8 gives 2; (-10 * 64) >> 8 = -2.5 -> -3 gives 7.
+TEST(ResampleHand, DoublingARowKeepsTheNegativeFraction) {
+  detail::ResampleTap t[4];
+  detail::BuildResampleTaps(4, 2, 0, 2, 0, 4, t);
+  const int32_t frac[4] = {192, 64, 192, 64}, i0[4] = {0, 0, 0, 1}, i1[4] = {1, 1, 1, 1};
+  for (int k = 0; k < 4; ++k) {
+    EXPECT_EQ(t[k].frac, frac[k]) << k;
+    EXPECT_EQ(t[k].i0, i0[k]) << k;
+    EXPECT_EQ(t[k].i1, i1[k]) << k;
+  }
+  for (ResampleFn fn : ByteForms()) {
+    Image src(2, 1), dst(4, 1);
+    const uint8_t a[4] = {0, 10, 100, 255}, b[4] = {100, 0, 0, 254};
+    std::memcpy(src.Pixel(0, 0), a, 4);
+    std::memcpy(src.Pixel(1, 0), b, 4);
+    ASSERT_EQ(Resize(fn, src, dst), 0);
+    // channel 0: 0 -> 100: 75 25 75 100; channel 1: 10 -> 0: 2 7 2 0;
+    // channel 2: 100 -> 0: 25 75 25 0; channel 3: 255 -> 254: (-192 >> 8) = -1 -> 254, -1 -> 254.
+    EXPECT_EQ(dst.bytes, (std::vector<uint8_t>{75, 2, 25, 254, 25, 7, 75, 254,
+                                               75, 2, 25, 254, 100, 0, 0, 254}));
+  }
+}
+
+TEST(ResampleHand, FloatKernelUsesTheSameTaps) {
+  Image src(2, 1, PIXEL_FLOAT96), dst(4, 1, PIXEL_FLOAT96);
+  const float a[3] = {0.0f, 1.0f, 0.5f}, b[3] = {100.0f, 0.0f, 0.5f};
+  std::memcpy(src.Pixel(0, 0), a, 12);
+  std::memcpy(src.Pixel(1, 0), b, 12);
+  ASSERT_EQ(resample_bilinear(src.View(), dst.View(), Whole(src), Whole(dst), 0), 0);
+  const float want[4][3] = {{75.0f, 0.25f, 0.5f}, {25.0f, 0.75f, 0.5f}, {75.0f, 0.25f, 0.5f},
+                            {100.0f, 0.0f, 0.5f}};
+  for (int32_t x = 0; x < 4; ++x) {
+    float got[3];
+    std::memcpy(got, dst.Pixel(x, 0), 12);
+    for (int c = 0; c < 3; ++c) EXPECT_EQ(got[c], want[x][c]) << x << "," << c;
+  }
+}
+
+// --- Closed forms on random images ----------------------------------------------------------
+
+// Exactly half size: s = 2x + 0.5, fraction 128 on both axes: floor of floor-means.
+TEST(ResampleClosedForm, HalfSizeIsNestedPairMeans) {
+  for (ResampleFn fn : ByteForms()) {
+    Image src(66, 38, PIXEL_BGRA32, 3), dst(33, 19, PIXEL_BGRA32, 1);
+    src.FillRandom(7);
+    ASSERT_EQ(Resize(fn, src, dst), 0);
+    for (int32_t y = 0; y < 19; ++y)
+      for (int32_t x = 0; x < 33; ++x)
+        for (int c = 0; c < 4; ++c) {
+          const int32_t t = (src.Pixel(2 * x, 2 * y)[c] + src.Pixel(2 * x + 1, 2 * y)[c]) / 2;
+          const int32_t b = (src.Pixel(2 * x, 2 * y + 1)[c] + src.Pixel(2 * x + 1, 2 * y + 1)[c]) / 2;
+          ASSERT_EQ(dst.Pixel(x, y)[c], (t + b) / 2) << x << "," << y << "," << c;
+        }
+  }
+}
+
+// Exactly double size: s = x / 2 - 0.25. Even x = 2k reads (k - 1, k) at 192, or (0, 1) at 192
+// for k = 0; odd x = 2k + 1 reads (k, k + 1) at 64, the last one (k, k).
+void DoubleTap(int32_t x, int32_t n, int32_t* i0, int32_t* i1, int32_t* f) {
+  const int32_t k = x / 2;
+  if (x % 2 == 0) {
+    *i0 = std::max(k - 1, 0);
+    *f = 192;
+  } else {
+    *i0 = k;
+    *f = 64;
+  }
+  *i1 = std::min(*i0 + 1, n - 1);
+}
+
+TEST(ResampleClosedForm, DoubleSizeLeansAsDerived) {
+  for (ResampleFn fn : ByteForms()) {
+    Image src(21, 13, PIXEL_BGRA32, 1), dst(42, 26);
+    src.FillRandom(8);
+    ASSERT_EQ(Resize(fn, src, dst), 0);
+    for (int32_t y = 0; y < 26; ++y) {
+      int32_t y0, y1, fy;
+      DoubleTap(y, 13, &y0, &y1, &fy);
+      for (int32_t x = 0; x < 42; ++x) {
+        int32_t x0, x1, fx;
+        DoubleTap(x, 21, &x0, &x1, &fx);
+        for (int c = 0; c < 4; ++c) {
+          const int32_t t = LerpFloor(src.Pixel(x0, y0)[c], src.Pixel(x1, y0)[c], fx);
+          const int32_t b = LerpFloor(src.Pixel(x0, y1)[c], src.Pixel(x1, y1)[c], fx);
+          ASSERT_EQ(dst.Pixel(x, y)[c], LerpFloor(t, b, fy)) << x << "," << y << "," << c;
+        }
+      }
+    }
+  }
+}
+
+TEST(ResampleClosedForm, EqualSizesCopy) {
+  for (ResampleFn fn : ByteForms()) {
+    Image src(37, 23, PIXEL_BGRA32, 5), dst(37, 23, PIXEL_BGRA32, 2);
+    src.FillRandom(9);
+    ASSERT_EQ(Resize(fn, src, dst), 0);
+    for (int32_t y = 0; y < 23; ++y) EXPECT_EQ(std::memcmp(src.Pixel(0, y), dst.Pixel(0, y), 37 * 4), 0);
+  }
+  Image fs(9, 5, PIXEL_FLOAT96), fd(9, 5, PIXEL_FLOAT96);
+  for (size_t i = 0; i < fs.bytes.size(); i += 4) {
+    const float v = float(i) * 0.37f;
+    std::memcpy(&fs.bytes[i], &v, 4);
+  }
+  ASSERT_EQ(resample_bilinear_f32(fs.View(), fd.View(), Whole(fs), Whole(fd)), 0);
+  EXPECT_EQ(fs, fd);
+}
+
+// --- Checks and the choice of kernel --------------------------------------------------------
+
+TEST(ResampleChecks, CodesInOrder) {
+  Image src(8, 8), dst(4, 4);
+  src.FillRandom(1);
+  const Image before = dst;
+  ImageView s = src.View(), d = dst.View();
+  ImageView null_s = s, null_d = d, flat = s, f96 = d;
+  null_s.data = nullptr;
+  null_d.data = nullptr;
+  flat.height = 0;
+  f96.format = PIXEL_FLOAT96;
+  const ProcessRect all{0, 0, 8, 8}, rows{0, 0, 4, 4};
+  std::vector<ResampleFn> forms = ByteForms();
+  forms.push_back(resample_bilinear_f32);
+  for (ResampleFn fn : forms) {
+    const bool f32 = fn == resample_bilinear_f32;
+    EXPECT_EQ(fn(null_s, d, all, rows), kPointer);
+    EXPECT_EQ(fn(s, null_d, all, rows), kPointer);
+    EXPECT_EQ(fn(flat, null_d, all, rows), kPointer);
+    EXPECT_EQ(fn(flat, d, all, rows), kFail);
+    EXPECT_EQ(fn(s, f96, all, rows), kNotImpl);  // one FLOAT96 side is no kernel's pair
+    EXPECT_EQ(fn(s, d, ProcessRect{3, 3, 3, 8}, rows), f32 ? kNotImpl : kInvalidArg);
+    EXPECT_EQ(fn(s, d, ProcessRect{9, 0, 20, 8}, rows), f32 ? kNotImpl : kInvalidArg);
+    EXPECT_EQ(fn(s, d, all, ProcessRect{0, 2, 4, 2}), f32 ? kNotImpl : 0);
+    EXPECT_EQ(fn(s, d, all, ProcessRect{0, 4, 4, 9}), f32 ? kNotImpl : 0);  // below dst
+    EXPECT_EQ(dst, before);
+  }
+  EXPECT_EQ(resample_bilinear(null_s, d, all, rows, test::HasSse41() ? 5 : 0), kPointer);
+  EXPECT_EQ(resample_bilinear(s, d, all, rows, 0), 0);
+}
+
+TEST(ResampleChecks, KernelChoiceAndNames) {
+  Image b(4, 4), f(4, 4, PIXEL_FLOAT96);
+  EXPECT_STREQ(resample_kernel_name(b.View(), b.View(), 0), "resize buff");
+  EXPECT_STREQ(resample_kernel_name(b.View(), b.View(), 4), "resize buff");
+  EXPECT_STREQ(resample_kernel_name(b.View(), b.View(), 5), "resize buff SSE");
+  EXPECT_STREQ(resample_kernel_name(f.View(), f.View(), 0), "resize buff SSE");
+  EXPECT_STREQ(resample_kernel_name(b.View(), f.View(), 0), "resize buff");
+  // Both levels give the same bytes; FLOAT96 pairs go to the float kernel at any level.
+  Image src(13, 7), lo(29, 3), hi(29, 3);
+  src.FillRandom(2);
+  ASSERT_EQ(resample_bilinear(src.View(), lo.View(), Whole(src), Whole(lo), 0), 0);
+  if (test::HasSse41()) {
+    ASSERT_EQ(resample_bilinear(src.View(), hi.View(), Whole(src), Whole(hi), 5), 0);
+    EXPECT_EQ(lo, hi);
+  }
+  Image fs(3, 3, PIXEL_FLOAT96), fd(6, 6, PIXEL_FLOAT96);
+  const float one = 1.0f;
+  for (size_t i = 0; i < fs.bytes.size(); i += 4) std::memcpy(&fs.bytes[i], &one, 4);
+  ASSERT_EQ(resample_bilinear(fs.View(), fd.View(), Whole(fs), Whole(fd), 0), 0);
+  float got;
+  std::memcpy(&got, fd.Pixel(5, 5) + 8, 4);
+  EXPECT_EQ(got, 1.0f);
+}
+
+// --- Strips and plain against SSE4.1 --------------------------------------------------------
+
+// Bands of destination rows in the destination's stage coordinates equal one whole call; a
+// source rectangle past the source is cut to it.
+TEST(ResampleStrips, BandsMatchAWholeCall) {
+  Image src(45, 31, PIXEL_BGRA32, 2);
+  src.FillRandom(3);
+  std::vector<ResampleFn> forms = ByteForms();
+  forms.push_back(resample_bilinear_f32);
+  for (ResampleFn fn : forms) {
+    const bool f32 = fn == resample_bilinear_f32;
+    Image s = f32 ? Image(45, 31, PIXEL_FLOAT96) : src;
+    if (f32)
+      for (size_t i = 0; i < s.bytes.size(); i += 4) {
+        const float v = float(src.bytes[i / 3]);
+        std::memcpy(&s.bytes[i], &v, 4);
+      }
+    const uint32_t fmt = s.format;
+    Image whole(70, 17, fmt, 3), cut(70, 17, fmt, 3);
+    ASSERT_EQ(fn(s.View(), whole.View(), Whole(s), Whole(whole)), 0);
+    for (uint32_t top = 0, h = 1; top < 17; top += h, h = h % 5 + 1)
+      ASSERT_EQ(fn(s.View(), cut.View(0, 40), ProcessRect{0, 0, 1000, 1000},
+                   ProcessRect{0, 40 + top, 70, 40 + top + h}),
+                0);
+    EXPECT_TRUE(whole == cut) << (f32 ? "f32" : "u8");
+  }
+}
+
+void ExpectFormsAgree(int32_t sw, int32_t sh, int32_t dw, int32_t dh, uint32_t seed) {
+  Image src(sw, sh, PIXEL_BGRA32, int32_t(seed % 5)), a(dw, dh, PIXEL_BGRA32, int32_t(seed % 3));
+  src.FillRandom(seed);
+  Image b = a;
+  ASSERT_EQ(Resize(resample_bilinear_u8_plain, src, a), 0);
+  ASSERT_EQ(Resize(resample_bilinear_u8_sse41, src, b), 0);
+  ASSERT_TRUE(a == b) << sw << "x" << sh << " -> " << dw << "x" << dh;
+}
+
+TEST(ResampleFast, UpDownAndOddRatios) {
+  if (!test::HasSse41()) GTEST_SKIP() << "no SSE4.1";
+  const int32_t cases[][4] = {{1, 1, 1, 1},    {1, 1, 7, 3},     {3, 2, 6, 4},     {5, 7, 2, 3},
+                              {67, 1, 1, 1},   {37, 23, 64, 5},  {64, 48, 32, 24}, {33, 17, 66, 34},
+                              {100, 75, 37, 113}, {2, 2, 1, 9},  {7, 3, 3, 7}};
+  uint32_t seed = 1;
+  for (const auto& c : cases) ExpectFormsAgree(c[0], c[1], c[2], c[3], seed++);
+  for (int32_t w = 1; w <= 67; ++w) {
+    ExpectFormsAgree(w, 3, 2 * w, 5, seed++);
+    ExpectFormsAgree(w, 4, std::max(1, w / 2), 2, seed++);
+    ExpectFormsAgree(w, 2, 68 - w, 3, seed++);
+  }
+}
+
+TEST(ResampleFast, FullHdDownAndUp) {
+  if (!test::HasSse41()) GTEST_SKIP() << "no SSE4.1";
+  ExpectFormsAgree(1921, 1081, 960, 540, 50);
+  ExpectFormsAgree(961, 541, 1921, 1081, 51);
+}
+
+}  // namespace
+}  // namespace Vantyx
