@@ -31,8 +31,12 @@ struct BufferSpec {
   const char* message;  // the literal log line for a failed creation, with one %x
 };
 
-// n + (n mod 4): not a round-up to a multiple of four (5 -> 6, 7 -> 10), and kept so.
-inline int32_t AlignedSize(int32_t n) { return n + n % 4; }
+// n + (n mod 4): not a round-up to a multiple of four (5 -> 6, 7 -> 10), and kept so. Added
+// in 32-bit unsigned so that a side near INT32_MAX wraps (and its buffers are then refused as
+// too large) instead of overflowing a signed int.
+inline int32_t AlignedSize(int32_t n) {
+  return static_cast<int32_t>(static_cast<uint32_t>(n) + static_cast<uint32_t>(n % 4));
+}
 // t = trunc(n x scale) in single precision, then aligned the same way.
 int32_t ScaledSize(int32_t n, float scale);
 

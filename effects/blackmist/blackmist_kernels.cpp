@@ -5,28 +5,20 @@
 
 #include "core/effect_base.h"
 #include "imageops/colour.h"
+#include "imageops/resample_internal.h"
 
 namespace Vantyx {
 namespace blackmist {
 
-namespace {
-
-// The downsampling map's first source index for destination index d (the frame as source).
-int32_t FirstSourceIndex(int32_t d, int32_t dst_size, int32_t src_size) {
-  const float ratio = float(dst_size) / float(src_size);
-  const float s = (float(d) - float(dst_size - 1) * 0.5f) / ratio + float(src_size - 1) * 0.5f;
-  int32_t i = std::max(int32_t(s), 0);
-  if (i >= src_size) i = src_size - 1;
-  return i;
-}
-
-}  // namespace
-
 MaskMap BuildMaskMap(int32_t frame_w, int32_t frame_h, int32_t scaled_w, int32_t scaled_h) {
   MaskMap map;
-  if (frame_w < 1 || frame_h < 1) return map;
-  for (int32_t x = 0; x < scaled_w; ++x) map.x0.push_back(FirstSourceIndex(x, scaled_w, frame_w));
-  for (int32_t y = 0; y < scaled_h; ++y) map.y0.push_back(FirstSourceIndex(y, scaled_h, frame_h));
+  if (frame_w < 1 || frame_h < 1 || scaled_w < 1 || scaled_h < 1) return map;
+  // The downsampling stage's own taps, so that the mask lines up with the scaled picture.
+  std::vector<detail::ResampleTap> taps(size_t(std::max(scaled_w, scaled_h)));
+  detail::BuildResampleTaps(scaled_w, frame_w, 0, frame_w, 0, scaled_w, taps.data());
+  for (int32_t x = 0; x < scaled_w; ++x) map.x0.push_back(taps[size_t(x)].i0);
+  detail::BuildResampleTaps(scaled_h, frame_h, 0, frame_h, 0, scaled_h, taps.data());
+  for (int32_t y = 0; y < scaled_h; ++y) map.y0.push_back(taps[size_t(y)].i0);
   return map;
 }
 
