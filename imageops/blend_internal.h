@@ -1,0 +1,369 @@
+// Private to the blend kernels. Every mode's arithmetic is written once here, as templates
+// over a lane type V: the plain form instantiates them with int32_t (one pixel), the fast form
+// with a four-lane SSE4.1 type (four pixels, one per 32-bit lane) that offers the same
+// operations with the same results. No intrinsics here: this header is included by plain code.
+//
+// Lane primitives every V provides (the int32_t ones are below):
+//   + - * (no overflow in any range used), >> and & by constants, Min, Max, Abs,
+//   Lt/Le/Gt/Ge/Eq giving a mask, And/Or of masks, Select(mask, if_true, if_false),
+//   Div(n, d): n / d truncated toward zero, for d >= 1 and |n| < 2^23 (the fast form divides
+//   in single precision; see blend_sse41.cpp for why that is exact),
+//   DivU255(n): n / 255 for n in 0..65535 (the fast form multiplies and shifts),
+//   Sqrt255(b): floor(sqrt(255 * b)) for b in 0..255.
+// Both sides of a Select are always evaluated, so every divisor is kept >= 1 in both.
+#pragma once
+
+#include <cstdint>
+
+#include "core/image_view.h"
+
+namespace Vantyx {
+namespace blend_detail {
+
+// Shared checks and clipping: 0x80004003 for a null image, 0x80070057 for a format other
+// than BGRA32, otherwise 0 with `area` = strip clipped to base, layer and destination (layer
+// pixels outside the layer are transparent, so those destination pixels are left alone).
+int32_t PrepareBlend(const ImageView& base, const ImageView& layer, const ImageView& dst,
+                     const ProcessRect& strip, Area* area);
+
+// Opacities above 255 act as 255, so a = (A x opacity) >> 8 stays within 0..254.
+inline int32_t ClampOpacity(uint32_t opacity) {
+  return opacity > 255u ? 255 : static_cast<int32_t>(opacity);
+}
+
+}  // namespace blend_detail
+}  // namespace Vantyx
+
+// The per-pixel pieces must melt into the pixel loop: an out-of-line call would pass the
+// four-lane values through memory.
+#if defined(__GNUC__)
+#define VANTYX_BLEND_INLINE inline __attribute__((always_inline))
+#else
+#define VANTYX_BLEND_INLINE inline
+#endif
+
+// Internal linkage on purpose: blend_sse41.cpp is built with -msse4.1, and a shared inline
+// copy of these functions emitted there could be the one the linker keeps for the plain form.
+namespace Vantyx {
+namespace blend_detail {
+namespace {
+
+// ---- Scalar lanes -------------------------------------------------------------------------
+
+inline int32_t Min(int32_t a, int32_t b) { return a < b ? a : b; }
+inline int32_t Max(int32_t a, int32_t b) { return a > b ? a : b; }
+inline int32_t Abs(int32_t a) { return a < 0 ? -a : a; }
+inline bool Lt(int32_t a, int32_t b) { return a < b; }
+inline bool Le(int32_t a, int32_t b) { return a <= b; }
+inline bool Gt(int32_t a, int32_t b) { return a > b; }
+inline bool Ge(int32_t a, int32_t b) { return a >= b; }
+inline bool Eq(int32_t a, int32_t b) { return a == b; }
+inline bool And(bool a, bool b) { return a && b; }
+inline bool Or(bool a, bool b) { return a || b; }
+inline int32_t Select(bool m, int32_t t, int32_t f) { return m ? t : f; }
+inline int32_t Div(int32_t n, int32_t d) { return n / d; }
+inline int32_t DivU255(int32_t n) { return n / 255; }
+
+struct Sqrt255Table {
+  uint8_t v[256];
+  constexpr Sqrt255Table() : v() {
+    for (int32_t b = 0; b < 256; ++b) {
+      int32_t r = 0;
+      while ((r + 1) * (r + 1) <= 255 * b) ++r;
+      v[b] = static_cast<uint8_t>(r);
+    }
+  }
+};
+constexpr Sqrt255Table kSqrt255{};
+inline int32_t Sqrt255(int32_t b) { return kSqrt255.v[b]; }
+
+// ---- Shared pieces --------------------------------------------------------------------------
+
+template <class V> VANTYX_BLEND_INLINE V Clamp255(V v) { return Min(Max(v, V(0)), V(255)); }
+
+// Luma with the 16.16 weights of the highlight keys (R, G, B).
+template <class V> VANTYX_BLEND_INLINE V Luma(V r, V g, V b) {
+  return (r * V(19660) + g * V(38665) + b * V(7209)) >> 16;
+}
+
+// Channels are ordered B, G, R as in memory.
+template <class V> VANTYX_BLEND_INLINE V Chroma(const V* p) {
+  return Max(p[0], Max(p[1], p[2])) - Min(p[0], Min(p[1], p[2]));
+}
+
+// Hue in 1/256 of a sextant (0..1535), 0 for a grey. Ties go to red, then green.
+template <class V> VANTYX_BLEND_INLINE V Hue(const V* p, V c) {
+  const V b = p[0], g = p[1], r = p[2];
+  const V m = Max(b, Max(g, r));
+  const auto is_r = Eq(m, r);
+  const auto is_g = Eq(m, g);
+  const V num = Select(is_r, g - b, Select(is_g, b - r, r - g));
+  const V base = Select(is_r, V(1536), Select(is_g, V(512), V(1024)));
+  V h = Div(num * V(256), Max(c, V(1))) + base;
+  h = Select(Ge(h, V(1536)), h - V(1536), h);
+  return Select(Lt(c, V(1)), V(0), h);
+}
+
+// Chroma limited by luma so that very dark and very bright results stay near grey.
+template <class V> VANTYX_BLEND_INLINE V LimitChromaByLuma(V c, V y) {
+  return Select(Le(y, V(59)), Div(c * y, V(60)),
+                Select(Ge(y, V(181)), Div((V(255) - y) * c, V(75)), c));
+}
+
+// The colour of hue h, chroma c and luma y, written into out as B, G, R. For c = 0 this is
+// (y, y, y): x and the sextant colour are 0 and the luma difference is y itself.
+template <class V> VANTYX_BLEND_INLINE void ColourFromHcy(V h, V c, V y, V* out) {
+  const V x = ((V(256) - Abs((h & V(511)) - V(256))) * c) >> 8;
+  const V s = h >> 8;
+  const auto s0 = Eq(s, V(0)), s1 = Eq(s, V(1)), s2 = Eq(s, V(2));
+  const auto s3 = Eq(s, V(3)), s4 = Eq(s, V(4)), s5 = Eq(s, V(5));
+  const V r = Select(Or(s0, s5), c, Select(Or(s1, s4), x, V(0)));
+  const V g = Select(Or(s1, s2), c, Select(Or(s0, s3), x, V(0)));
+  const V b = Select(Or(s3, s4), c, Select(Or(s2, s5), x, V(0)));
+  const V d = y - Luma(r, g, b);
+  out[0] = Clamp255(b + d);
+  out[1] = Clamp255(g + d);
+  out[2] = Clamp255(r + d);
+}
+
+// Colour burn and colour dodge of base b by a blend value x in 0..255.
+template <class V> VANTYX_BLEND_INLINE V Burn(V b, V x) {
+  const V v = Max(V(0), V(255) + Div((b - V(255)) * V(255), Max(x, V(1))));
+  return Select(Eq(b, V(255)), V(255), Select(Eq(x, V(0)), V(0), v));
+}
+template <class V> VANTYX_BLEND_INLINE V Dodge(V b, V x) {
+  const V v = Min(V(255), Div(b * V(255), Max(V(255) - x, V(1))));
+  return Select(Eq(b, V(0)), V(0), Select(Eq(x, V(255)), V(255), v));
+}
+
+// ---- Modes ----------------------------------------------------------------------------------
+// A separable mode gives F(b, l) per channel; a non-separable one fills all three at once.
+// base[]/layer[] hold B, G, R, A.
+
+template <class Fn> struct Separable {
+  static constexpr bool kAlphaOnly = false;
+  template <class V> VANTYX_BLEND_INLINE static void Apply(const V* base, const V* layer, V* f) {
+    for (int32_t c = 0; c < 3; ++c) f[c] = Fn::F(base[c], layer[c]);
+  }
+};
+
+struct NormalF {
+  template <class V> static V F(V, V l) { return l; }
+};
+struct DarkenF {
+  template <class V> static V F(V b, V l) { return Min(b, l); }
+};
+struct MultiplyF {
+  template <class V> static V F(V b, V l) { return DivU255(b * l); }
+};
+struct LinearBurnF {
+  template <class V> static V F(V b, V l) { return Max(b + l - V(255), V(0)); }
+};
+struct LinearBurnUnlimitedF {
+  template <class V> static V F(V b, V l) { return b + l - V(255); }
+};
+struct LightenF {
+  template <class V> static V F(V b, V l) { return Max(b, l); }
+};
+struct ScreenF {
+  template <class V> static V F(V b, V l) { return V(255) - DivU255((V(255) - b) * (V(255) - l)); }
+};
+struct LinearDodgeF {
+  template <class V> static V F(V b, V l) { return Min(b + l, V(255)); }
+};
+struct AddF {
+  template <class V> static V F(V b, V l) { return b + l; }
+};
+// Hard light with base and layer swapped.
+struct OverlayF {
+  template <class V> static V F(V b, V l) {
+    return Select(Le(b, V(127)), Div(V(2) * b * l, V(255)),
+                  V(255) - Div(V(2) * (V(255) - b) * (V(255) - l), V(255)));
+  }
+};
+// The compositing-standard soft light: darken by b(1-b)(1-2l) below the middle, lighten
+// towards D(b) above it, D(b) = ((16b - 12)b + 4)b for b <= 1/4, else sqrt(b).
+struct SoftLightF {
+  template <class V> static V F(V b, V l) {
+    const V p = Min(b, V(63));  // keeps the unused polynomial's numerators small
+    const V poly = Div((Div((V(16) * p - V(3060)) * p, V(255)) + V(1020)) * p, V(255));
+    const V d = Select(Le(b, V(63)), poly, Sqrt255(b));
+    return Select(Le(l, V(127)), b - Div((V(255) - V(2) * l) * DivU255(b * (V(255) - b)), V(255)),
+                  b + Div((V(2) * l - V(255)) * (d - b), V(255)));
+  }
+};
+struct HardLightF {
+  template <class V> static V F(V b, V l) {
+    return Select(Le(l, V(127)), Div(V(2) * b * l, V(255)),
+                  V(255) - Div(V(2) * (V(255) - b) * (V(255) - l), V(255)));
+  }
+};
+struct DifferenceF {
+  template <class V> static V F(V b, V l) { return Abs(b - l); }
+};
+struct ExclusionF {
+  template <class V> static V F(V b, V l) { return b + l - Div(V(2) * b * l, V(255)); }
+};
+struct LinearLightF {
+  template <class V> static V F(V b, V l) { return Clamp255(b + V(2) * l - V(255)); }
+};
+struct VividLightF {
+  template <class V> static V F(V b, V l) {
+    return Select(Le(l, V(127)), Burn(b, V(2) * l), Dodge(b, V(2) * l - V(255)));
+  }
+};
+struct ColourBurnF {
+  template <class V> static V F(V b, V l) { return Burn(b, l); }
+};
+struct ColourDodgeF {
+  template <class V> static V F(V b, V l) { return Dodge(b, l); }
+};
+struct PinLightF {
+  template <class V> static V F(V b, V l) {
+    return Select(Le(l, V(127)), Min(b, V(2) * l), Max(b, V(2) * l - V(255)));
+  }
+};
+struct HardMixF {
+  template <class V> static V F(V b, V l) { return Select(Ge(b + l, V(255)), V(255), V(0)); }
+};
+struct SubtractF {
+  template <class V> static V F(V b, V l) { return b - l; }
+};
+struct NegationF {
+  template <class V> static V F(V b, V l) { return V(255) - Abs(V(255) - b - l); }
+};
+struct SubtractLimitedF {
+  template <class V> static V F(V b, V l) { return Max(b - l, V(0)); }
+};
+struct AverageF {
+  template <class V> static V F(V b, V l) { return (b + l) >> 1; }
+};
+struct DivideF {
+  template <class V> static V F(V b, V l) { return Min(V(255), Div(b * V(255), Max(l, V(1)))); }
+};
+struct DivideReversedF {
+  template <class V> static V F(V b, V l) { return Min(V(255), Div(l * V(255), Max(b, V(1)))); }
+};
+struct GrainExtractF {
+  template <class V> static V F(V b, V l) { return Clamp255(b - l + V(128)); }
+};
+struct GrainMergeF {
+  template <class V> static V F(V b, V l) { return Clamp255(b + l - V(128)); }
+};
+
+// Non-separable modes in the hue-chroma-luma model.
+struct NonSeparable {
+  static constexpr bool kAlphaOnly = false;
+};
+
+// Layer hue and chroma on base luma; a nearly grey base lets little colour through.
+struct ColourOp : NonSeparable {
+  template <class V> VANTYX_BLEND_INLINE static void Apply(const V* base, const V* layer, V* f) {
+    const V cb = Chroma(base);
+    const V y = Luma(base[2], base[1], base[0]);
+    const V cl = Chroma(layer);
+    const V h = Hue(layer, cl);
+    V c = Select(Lt(cb, V(5)), Div(cl * cb, V(5)), cl);
+    c = LimitChromaByLuma(c, y);
+    ColourFromHcy(h, c, y, f);
+  }
+};
+// Layer hue with base chroma and luma (a grey layer gives grey).
+struct HueOp : NonSeparable {
+  template <class V> VANTYX_BLEND_INLINE static void Apply(const V* base, const V* layer, V* f) {
+    const V cb = Chroma(base);
+    const V y = Luma(base[2], base[1], base[0]);
+    const V cl = Chroma(layer);
+    const V h = Hue(layer, cl);
+    const V c = LimitChromaByLuma(Select(Lt(cl, V(1)), V(0), cb), y);
+    ColourFromHcy(h, c, y, f);
+  }
+};
+// Base hue and luma with layer chroma (a grey base stays grey).
+struct SaturationOp : NonSeparable {
+  template <class V> VANTYX_BLEND_INLINE static void Apply(const V* base, const V* layer, V* f) {
+    const V cb = Chroma(base);
+    const V y = Luma(base[2], base[1], base[0]);
+    const V h = Hue(base, cb);
+    const V c = LimitChromaByLuma(Select(Lt(cb, V(1)), V(0), Chroma(layer)), y);
+    ColourFromHcy(h, c, y, f);
+  }
+};
+// Base hue and chroma on layer luma.
+struct LuminosityOp : NonSeparable {
+  template <class V> VANTYX_BLEND_INLINE static void Apply(const V* base, const V* layer, V* f) {
+    const V cb = Chroma(base);
+    const V y = Luma(layer[2], layer[1], layer[0]);
+    const V h = Hue(base, cb);
+    ColourFromHcy(h, LimitChromaByLuma(cb, y), y, f);
+  }
+};
+// The whole pixel of lower (higher) luma; ties keep the base.
+struct DarkerColourOp : NonSeparable {
+  template <class V> VANTYX_BLEND_INLINE static void Apply(const V* base, const V* layer, V* f) {
+    const auto m = Lt(Luma(layer[2], layer[1], layer[0]), Luma(base[2], base[1], base[0]));
+    for (int32_t c = 0; c < 3; ++c) f[c] = Select(m, layer[c], base[c]);
+  }
+};
+struct LighterColourOp : NonSeparable {
+  template <class V> VANTYX_BLEND_INLINE static void Apply(const V* base, const V* layer, V* f) {
+    const auto m = Gt(Luma(layer[2], layer[1], layer[0]), Luma(base[2], base[1], base[0]));
+    for (int32_t c = 0; c < 3; ++c) f[c] = Select(m, layer[c], base[c]);
+  }
+};
+
+// Alpha only: the destination alpha becomes (255 - a) x ab / 255, colour bytes untouched.
+struct AlphaOnlyOp {
+  static constexpr bool kAlphaOnly = true;
+  template <class V> VANTYX_BLEND_INLINE static void Apply(const V*, const V*, V*) {}
+};
+
+// ---- Compositing ----------------------------------------------------------------------------
+
+// One pixel per lane: base/layer B, G, R, A and a = (layer A x opacity) >> 8, into out B, G,
+// R, A. Lanes with a = 0 produce values the caller must not store.
+template <class Op, class V>
+VANTYX_BLEND_INLINE void Composite(const V* base, const V* layer, V a, V* out) {
+  const V ab = base[3];
+  const V wb = DivU255((V(255) - a) * ab);
+  if constexpr (Op::kAlphaOnly) {
+    out[3] = wb;
+    return;
+  }
+  out[3] = a + wb;
+  const V wl = DivU255((V(255) - ab) * a);
+  const V ws = DivU255(ab * a);
+  const V ao = Max(a + wb, V(1));
+  V f[3];
+  Op::Apply(base, layer, f);
+  for (int32_t c = 0; c < 3; ++c)
+    out[c] = Clamp255(Div(ws * f[c] + wl * layer[c] + wb * base[c], ao));
+}
+
+}  // namespace
+}  // namespace blend_detail
+}  // namespace Vantyx
+
+// The 38 kernel entries in table order; each form expands it with its own kernel template.
+// clang-format off
+#define VANTYX_BLEND_OPS(K)                                                                     \
+  /*  0 */ K(Separable<NormalF>),          /*  1 */ K(Separable<DarkenF>),                       \
+  /*  2 */ K(Separable<MultiplyF>),        /*  3 */ K(Separable<LinearBurnF>),                   \
+  /*  4 */ K(Separable<LinearBurnUnlimitedF>), /*  5 */ K(Separable<LightenF>),                 \
+  /*  6 */ K(Separable<ScreenF>),          /*  7 */ K(Separable<LinearDodgeF>),                  \
+  /*  8 */ K(Separable<AddF>),             /*  9 */ K(Separable<OverlayF>),                      \
+  /* 10 */ K(Separable<SoftLightF>),       /* 11 */ K(Separable<HardLightF>),                    \
+  /* 12 */ K(Separable<DifferenceF>),      /* 13 */ K(Separable<ExclusionF>),                    \
+  /* 14 */ K(SaturationOp),                /* 15 */ K(LuminosityOp),                             \
+  /* 16 */ K(HueOp),                       /* 17 */ K(AlphaOnlyOp),                              \
+  /* 18 */ K(Separable<LinearLightF>),     /* 19 */ K(Separable<VividLightF>),                   \
+  /* 20 */ K(Separable<ColourBurnF>),      /* 21 */ K(Separable<ColourDodgeF>),                  \
+  /* 22 */ K(Separable<PinLightF>),        /* 23 */ K(Separable<HardMixF>),                      \
+  /* 24 */ K(Separable<SubtractF>),        /* 25 */ K(DarkerColourOp),                           \
+  /* 26 */ K(LighterColourOp),             /* 27 */ K(Separable<NegationF>),                     \
+  /* 28 */ K(ColourOp),                    /* 29 */ K(Separable<LinearDodgeF>),                  \
+  /* 30 */ K(Separable<AddF>),             /* 31 */ K(Separable<SubtractLimitedF>),              \
+  /* 32 */ K(Separable<AverageF>),         /* 33 */ K(Separable<DivideF>),                       \
+  /* 34 */ K(Separable<DivideReversedF>),  /* 35 */ K(Separable<GrainExtractF>),                 \
+  /* 36 */ K(Separable<GrainMergeF>),      /* 37 */ K(Separable<NormalF>)
+// clang-format on
