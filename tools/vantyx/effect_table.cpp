@@ -1,0 +1,180 @@
+#include "effect_table.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "vantyx.h"
+
+namespace VantyxTool {
+
+namespace {
+
+constexpr double kNoMax = std::numeric_limits<double>::infinity();
+
+// The family's calls, reached through the XFull pointer that CreateEffect hands back. Records
+// travel as bytes and are copied into a real record before the call.
+template <class Full, class Basic, class FullRecord>
+struct FamilyCalls {
+  static Full* Cast(void* effect) { return static_cast<Full*>(effect); }
+  static int32_t SetImageSize(void* effect, int32_t width, int32_t height) {
+    return Cast(effect)->SetImageSize(width, height);
+  }
+  static int32_t Process(void* effect, const uint8_t* record) {
+    Basic param;
+    std::memcpy(&param, record, sizeof(param));
+    return Cast(effect)->Process(&param);
+  }
+  static int32_t ProcessFull(void* effect, const uint8_t* record) {
+    FullRecord param;
+    std::memcpy(&param, record, sizeof(param));
+    return Cast(effect)->ProcessFull(&param);
+  }
+};
+
+const char* const kOnOff[] = {"off", "on", nullptr};
+const char* const kBlackMistOutputs[] = {"glow", "blurred", "result", "source", nullptr};
+
+// ---- BlackMist -------------------------------------------------------------------------------
+
+using Vantyx::BlackMistFullParam;
+using Vantyx::BlackMistParam;
+
+double MaxSideEighth(const FrameContext& f) { return double(std::max(f.width, f.height) / 8); }
+// A quarter of the allowed maximum: a soft glow at any picture size.
+double BlackMistRadius(const FrameContext& f) { return MaxSideEighth(f) * 0.25; }
+// What the basic call uses for the second blur.
+double BlackMistBlendRadius(const FrameContext& f) {
+  return double(float(std::max(f.width, f.height) / 8) * 0.06f);
+}
+// The weights the basic call takes from the strength preset, so that a full call that changes
+// nothing else renders the same picture.
+float PresetWeightBlur(int32_t strength) {
+  switch (strength) {
+    case 0: return 0.35f;
+    case 1: return 0.27f;
+    case 2: return 0.2f;
+    case 3: return 0.1f;
+    default: return 0.0f;
+  }
+}
+double BlackMistWeightBlur(const FrameContext& f) {
+  return double(PresetWeightBlur(int32_t(OptionValue(f, "strength"))));
+}
+double BlackMistWeightSrc(const FrameContext& f) {
+  const int32_t strength = int32_t(OptionValue(f, "strength"));
+  return strength >= 0 && strength <= 3 ? double(1.0f - PresetWeightBlur(strength)) : 1.0;
+}
+
+#define BM_BASIC(field) int32_t(offsetof(BlackMistParam, field))
+#define BM_FULL(field) int32_t(offsetof(BlackMistFullParam, field))
+
+const OptionSpec kBlackMistOptions[] = {
+    {"intensity", "gain of the highlight contrast curve", FieldType::kF32, 0, 2, 1.0, nullptr,
+     nullptr, nullptr, nullptr, nullptr, BM_BASIC(light_intensity), BM_FULL(light_intensity)},
+    {"radius", "blur radius of the highlight glow, in pixels", FieldType::kF32, 0, kNoMax, 0,
+     MaxSideEighth, "max(w,h)/8", BlackMistRadius, "max(w,h)/32", nullptr,
+     BM_BASIC(soft_radius), BM_FULL(soft_radius)},
+    {"threshold", "brightness where highlights start", FieldType::kU32, 0, 255, 160, nullptr,
+     nullptr, nullptr, nullptr, nullptr, BM_BASIC(hlr_threshold), BM_FULL(hlr_threshold)},
+    {"strength", "strength preset (0 strongest glow, 3 faintest)", FieldType::kI32, 0, 3, 1,
+     nullptr, nullptr, nullptr, nullptr, nullptr, BM_BASIC(strength), BM_FULL(strength)},
+    {"tint-amount", "how far the highlights are pulled to the tint colour", FieldType::kF32, 0,
+     kNoMax, 0, nullptr, nullptr, nullptr, nullptr, nullptr, -1, BM_FULL(tint_amount)},
+    {"tint-hue", "tint hue as a fraction of the colour circle", FieldType::kF32, 0, 1, 0,
+     nullptr, nullptr, nullptr, nullptr, nullptr, -1, BM_FULL(tint_hue)},
+    {"tint-brightness", "brightness multiplier of the tinted highlights", FieldType::kF32, 0, 1,
+     1, nullptr, nullptr, nullptr, nullptr, nullptr, -1, BM_FULL(tint_brightness)},
+    {"opacity", "opacity of the glow in the blend", FieldType::kU32, 0, 255, 255, nullptr,
+     nullptr, nullptr, nullptr, nullptr, -1, BM_FULL(blend_opacity)},
+    {"weight-blur", "weight of the blurred blend in the final mix", FieldType::kF32, 0, 1, 0,
+     nullptr, nullptr, BlackMistWeightBlur, "from --strength (0.27 for 1)", nullptr, -1,
+     BM_FULL(weight_blur)},
+    {"weight-src", "weight of the sharp blend in the final mix", FieldType::kF32, 0, 1, 0,
+     nullptr, nullptr, BlackMistWeightSrc, "from --strength (0.73 for 1)", nullptr, -1,
+     BM_FULL(weight_src)},
+    {"tone-mapping", "lift shadows and dip upper mid-tones before blending", FieldType::kU8, 0,
+     1, 0, nullptr, nullptr, nullptr, nullptr, kOnOff, -1, BM_FULL(use_tone_mapping)},
+    {"keep-saturation", "keep the colour of saturated highlights", FieldType::kU8, 0, 1, 1,
+     nullptr, nullptr, nullptr, nullptr, kOnOff, -1, BM_FULL(keep_saturation)},
+    {"blur-blended", "blur the blended picture and mix it back", FieldType::kU8, 0, 1, 1,
+     nullptr, nullptr, nullptr, nullptr, kOnOff, -1, BM_FULL(blur_blended)},
+    {"blend-blur-radius", "radius of that second blur, in pixels", FieldType::kF32, 0, kNoMax,
+     0, MaxSideEighth, "max(w,h)/8", BlackMistBlendRadius, "max(w,h)/8*0.06", nullptr, -1,
+     BM_FULL(blend_blur_radius)},
+    {"blend-mode", "how the glow is laid over the picture (5 = screen)", FieldType::kI32, 0,
+     28, 5, nullptr, nullptr, nullptr, nullptr, nullptr, -1, BM_FULL(blend_mode)},
+    {"output-mode", "what is delivered: glow only, blurred blend, result or the source",
+     FieldType::kI32, 0, 3, 2, nullptr, nullptr, nullptr, nullptr, kBlackMistOutputs, -1,
+     BM_FULL(output_mode)},
+};
+
+const FixedField kBlackMistFixed[] = {
+    {FieldType::kF32, 1.0, -1, BM_FULL(reserved_f)},
+    {FieldType::kI32, 1, -1, BM_FULL(reserved_i)},
+};
+
+#undef BM_BASIC
+#undef BM_FULL
+
+template <class T, size_t N>
+constexpr size_t Count(const T (&)[N]) {
+  return N;
+}
+
+}  // namespace
+
+const std::vector<EffectSpec>& Effects() {
+  using BlackMistCalls =
+      FamilyCalls<Vantyx::BlackMistFull, BlackMistParam, BlackMistFullParam>;
+  static const std::vector<EffectSpec> effects = {
+      {"blackmist", "BlackMist",
+       "highlights isolated, softened at half size and laid back over the picture",
+       Vantyx::EFFECT_BLACKMIST, sizeof(BlackMistParam), sizeof(BlackMistFullParam),
+       offsetof(BlackMistParam, process_rect), offsetof(BlackMistFullParam, process_rect),
+       kBlackMistOptions, Count(kBlackMistOptions), kBlackMistFixed, Count(kBlackMistFixed),
+       BlackMistCalls::SetImageSize, BlackMistCalls::Process, BlackMistCalls::ProcessFull},
+  };
+  return effects;
+}
+
+const EffectSpec* FindEffect(const std::string& name) {
+  for (const EffectSpec& effect : Effects()) {
+    if (name == effect.name) return &effect;
+  }
+  return nullptr;
+}
+
+int32_t FindOption(const EffectSpec& effect, const std::string& name) {
+  for (size_t i = 0; i < effect.option_count; ++i) {
+    if (name == effect.options[i].name) return int32_t(i);
+  }
+  return -1;
+}
+
+double OptionValue(const FrameContext& frame, const char* name) {
+  const int32_t index = FindOption(*frame.effect, name);
+  return index < 0 ? 0.0 : (*frame.values)[size_t(index)];
+}
+
+double OptionMax(const OptionSpec& option, const FrameContext& frame) {
+  return option.frame_max ? option.frame_max(frame) : option.max;
+}
+
+std::vector<double> ResolveValues(const EffectSpec& effect, const std::vector<bool>& given,
+                                  const std::vector<double>& values, int32_t width,
+                                  int32_t height) {
+  std::vector<double> resolved(effect.option_count, 0.0);
+  const FrameContext frame{width, height, &effect, &resolved};
+  for (size_t i = 0; i < effect.option_count; ++i) {
+    const OptionSpec& option = effect.options[i];
+    if (i < given.size() && given[i]) {
+      resolved[i] = values[i];
+    } else {
+      resolved[i] = option.derive_default ? option.derive_default(frame) : option.default_value;
+    }
+  }
+  return resolved;
+}
+
+}  // namespace VantyxTool
