@@ -1,14 +1,14 @@
 # Lists the defined dynamic symbols of LIB and fails unless they are exactly the two entry points.
 if(LIB MATCHES "\\.dll$")
   execute_process(COMMAND ${OBJDUMP} -p ${LIB} OUTPUT_VARIABLE out RESULT_VARIABLE rc)
-  # The export table's name list: lines "[ordinal] name" after "[Ordinal/Name Pointer] Table".
-  string(REGEX MATCH "\\[Ordinal/Name Pointer\\] Table[^\n]*\n(.*)" table "${out}")
-  string(REGEX MATCHALL "\\][ \t]+([A-Za-z_][A-Za-z0-9_@]*)" hits "${CMAKE_MATCH_1}")
-  set(symbols "")
-  foreach(h ${hits})
-    string(REGEX REPLACE "^\\][ \t]+" "" s "${h}")
-    list(APPEND symbols ${s})
-  endforeach()
+  # The export table's name list: the lines "[ordinal] name" right after "[Ordinal/Name Pointer]
+  # Table", up to the blank line (later sections such as the relocations use brackets too).
+  string(REGEX MATCH "\\[Ordinal/Name Pointer\\] Table[^\n]*\n(([ \t]*\\[[ 0-9]+\\][^\n]*\n)*)"
+         table "${out}")
+  string(REGEX MATCHALL "\\][ \t]+[A-Za-z_][A-Za-z0-9_@]*" hits "${CMAKE_MATCH_1}")
+  # Strip the brackets from the joined string: a list element that holds an unmatched "]"
+  # does not split on ";" the usual way.
+  string(REGEX REPLACE "\\][ \t]+" "" symbols "${hits}")
 else()
   execute_process(COMMAND ${NM} -D --defined-only ${LIB} OUTPUT_VARIABLE out RESULT_VARIABLE rc)
   string(REGEX MATCHALL "[0-9a-fA-F]+ [A-Za-z] [^\n]+" lines "${out}")
