@@ -118,7 +118,6 @@ void ApplyLut(benchmark::State& state, LutFn fn) {
 }
 
 void BM_ApplyLut_Plain(benchmark::State& s) { ApplyLut(s, apply_lut_bgr_plain); }
-void BM_ApplyLut_Sse41(benchmark::State& s) { ApplyLut(s, apply_lut_bgr_sse41); }
 
 void BM_ApplyLut_OpenCV(benchmark::State& state) {
   const int32_t w = int32_t(state.range(0)), h = int32_t(state.range(1));
@@ -183,7 +182,6 @@ BENCHMARK(BM_ConvertF32ToU8_Plain)->Apply(FrameSizes);
 BENCHMARK(BM_ConvertF32ToU8_Sse41)->Apply(FrameSizes);
 BENCHMARK(BM_ConvertF32ToU8_OpenCV)->Apply(FrameSizes);
 BENCHMARK(BM_ApplyLut_Plain)->Apply(FrameSizes);
-BENCHMARK(BM_ApplyLut_Sse41)->Apply(FrameSizes);
 BENCHMARK(BM_ApplyLut_OpenCV)->Apply(FrameSizes);
 BENCHMARK(BM_WeightingSum_Plain)->Apply(FrameSizes);
 BENCHMARK(BM_WeightingSum_Sse41)->Apply(FrameSizes);

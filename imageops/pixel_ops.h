@@ -12,7 +12,6 @@ namespace Vantyx {
 int32_t apply_lut_bgr(const ImageView& img, const uint8_t* lut, const ProcessRect& strip,
                       int32_t simd_level);
 int32_t apply_lut_bgr_plain(const ImageView& img, const uint8_t* lut, const ProcessRect& strip);
-int32_t apply_lut_bgr_sse41(const ImageView& img, const uint8_t* lut, const ProcessRect& strip);
 
 // dst colour = (other x w1 + dst x w2) / 65536, 255 once the sum reaches 0xFF0000, 0 below 0;
 // dst alpha kept. Both BGRA32.

@@ -34,44 +34,6 @@ inline __m128i WeightedPixel(__m128i o, __m128i d, __m128i w1, __m128i w2) {
 
 }  // namespace
 
-int32_t apply_lut_bgr_sse41(const ImageView& img, const uint8_t* lut, const ProcessRect& strip) {
-  if (img.data == nullptr || lut == nullptr) return kNullBuffer;
-  if (img.format != PIXEL_BGRA32) return kBadArgument;
-  const Area a = Clip(AreaOf(strip), img);
-  if (a.Empty()) return 0;
-
-  // No gather: the table is sixteen 16-byte slices, each looked up with pshufb. For slice k,
-  // index - 16k lands in 0..15 only for the bytes that belong to it; adding 0x70 with
-  // unsigned saturation keeps those below 0x80 and pushes every other byte to 0x80 or more,
-  // which pshufb turns into 0. OR-ing the sixteen partial results gives the lookup.
-  __m128i slice[16];
-  for (int k = 0; k < 16; ++k) slice[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lut + 16 * k));
-  const __m128i sixteen = _mm_set1_epi8(16);
-  const __m128i bias = _mm_set1_epi8(0x70);
-  const __m128i colour = ColourMask();
-  const int32_t width = a.right - a.left;
-  for (int32_t y = a.top; y < a.bottom; ++y) {
-    uint8_t* p = img.At(a.left, y);
-    int32_t x = 0;
-    for (; x + 4 <= width; x += 4, p += 16) {
-      const __m128i in = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-      __m128i cur = in;
-      __m128i out = _mm_setzero_si128();
-      for (int k = 0; k < 16; ++k) {
-        out = _mm_or_si128(out, _mm_shuffle_epi8(slice[k], _mm_adds_epu8(cur, bias)));
-        cur = _mm_sub_epi8(cur, sixteen);
-      }
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_blendv_epi8(in, out, colour));
-    }
-    for (; x < width; ++x, p += 4) {
-      p[0] = lut[p[0]];
-      p[1] = lut[p[1]];
-      p[2] = lut[p[2]];
-    }
-  }
-  return 0;
-}
-
 int32_t weighting_sum_sse41(const ImageView& other, const ImageView& dst, int32_t w1, int32_t w2,
                             const ProcessRect& strip) {
   if (other.data == nullptr || dst.data == nullptr) return kNullBuffer;

@@ -25,9 +25,7 @@ std::vector<uint8_t> RandomLut(uint32_t seed) {
 TEST(ApplyLut, HandValues) {
   std::vector<uint8_t> invert(256);
   for (int i = 0; i < 256; ++i) invert[i] = uint8_t(255 - i);
-  for (auto* fn : {&apply_lut_bgr_plain, &apply_lut_bgr_sse41}) {
-    if (fn == &apply_lut_bgr_sse41 && !test::HasSse41()) continue;
-    // Five pixels: four through the vector step, one through the tail.
+  for (auto* fn : {&apply_lut_bgr_plain}) {
     Image img(5, 1);
     for (int x = 0; x < 5; ++x) {
       uint8_t* p = img.Pixel(x, 0);
@@ -56,10 +54,6 @@ TEST(ApplyLut, Checks) {
   EXPECT_EQ(apply_lut_bgr_plain(img.View(), nullptr, Whole(img)), kNull);
   EXPECT_EQ(apply_lut_bgr_plain(f.View(), lut.data(), Whole(img)), kBadArg);
   EXPECT_EQ(apply_lut_bgr(f.View(), lut.data(), Whole(img), SIMD_NONE), kBadArg);
-  if (test::HasSse41()) {
-    EXPECT_EQ(apply_lut_bgr_sse41(none, lut.data(), Whole(img)), kNull);
-    EXPECT_EQ(apply_lut_bgr_sse41(f.View(), lut.data(), Whole(img)), kBadArg);
-  }
 }
 
 TEST(WeightingSum, HandValues) {
@@ -141,14 +135,6 @@ void CompareForms(Plain plain, Fast fast) {
       }
       ASSERT_TRUE(c == d) << s.w << " step " << step;
     }
-  }
-}
-
-TEST(ApplyLut, FastMatchesPlain) {
-  for (uint32_t seed : {1u, 2u}) {
-    std::vector<uint8_t> lut = RandomLut(seed);
-    CompareForms([&](ImageView, ImageView d, ProcessRect r) { return apply_lut_bgr_plain(d, lut.data(), r); },
-                 [&](ImageView, ImageView d, ProcessRect r) { return apply_lut_bgr_sse41(d, lut.data(), r); });
   }
 }
 
