@@ -9,8 +9,15 @@
 //   Div(n, d): n / d truncated toward zero, for d >= 1 and |n| < 2^23 (the fast form divides
 //   in single precision; see blend_sse41.cpp for why that is exact),
 //   DivU255(n): n / 255 for n in 0..65535 (the fast form multiplies and shifts),
-//   Sqrt255(b): floor(sqrt(255 * b)) for b in 0..255.
+//   Sqrt255(b): floor(sqrt(255 * b)) for b in 0..255,
+//   MakeDivisor(d) and DivBy(n, divisor): Div(n, d) for the composite's divisor d in 1..255,
+//   prepared once per pixel because the three channels share it.
 // Both sides of a Select are always evaluated, so every divisor is kept >= 1 in both.
+//
+// The fast form also runs the narrow modes (kNarrow) on eight pixels of 16-bit lanes. A
+// narrow mode's F lies within 0..255 and each of its steps does too, within -255..510 before
+// a limit, or (products and DivU255 inputs) within 0..65025; its lanes wrap at 16 bits and
+// compare as signed values, so those ranges give the same results as 32-bit lanes.
 #pragma once
 
 #include <cstdint>
@@ -63,6 +70,8 @@ inline bool Or(bool a, bool b) { return a || b; }
 inline int32_t Select(bool m, int32_t t, int32_t f) { return m ? t : f; }
 inline int32_t Div(int32_t n, int32_t d) { return n / d; }
 inline int32_t DivU255(int32_t n) { return n / 255; }
+inline int32_t MakeDivisor(int32_t d) { return d; }
+inline int32_t DivBy(int32_t n, int32_t d) { return n / d; }
 
 struct Sqrt255Table {
   uint8_t v[256];
@@ -140,42 +149,58 @@ template <class V> VANTYX_BLEND_INLINE V Dodge(V b, V x) {
 // A separable mode gives F(b, l) per channel; a non-separable one fills all three at once.
 // base[]/layer[] hold B, G, R, A.
 
+// What a mode allows: kNarrow, that it fits 16-bit lanes (above); kKeepsBaseOverBlack, that
+// F(b, 0) = b; kLayerOnly, that F = l.
+struct Wide {
+  static constexpr bool kNarrow = false, kKeepsBaseOverBlack = false, kLayerOnly = false;
+};
+struct Narrow {
+  static constexpr bool kNarrow = true, kKeepsBaseOverBlack = false, kLayerOnly = false;
+};
+struct NarrowKeepsBase {
+  static constexpr bool kNarrow = true, kKeepsBaseOverBlack = true, kLayerOnly = false;
+};
+
 template <class Fn> struct Separable {
   static constexpr bool kAlphaOnly = false;
+  static constexpr bool kNarrow = Fn::kNarrow;
+  static constexpr bool kLayerOnly = Fn::kLayerOnly;
+  static constexpr bool kKeepsBaseOverBlack = Fn::kKeepsBaseOverBlack;
   template <class V> VANTYX_BLEND_INLINE static void Apply(const V* base, const V* layer, V* f) {
     for (int32_t c = 0; c < 3; ++c) f[c] = Fn::F(base[c], layer[c]);
   }
 };
 
-struct NormalF {
+struct NormalF : Narrow {
+  static constexpr bool kLayerOnly = true;
   template <class V> static V F(V, V l) { return l; }
 };
-struct DarkenF {
+struct DarkenF : Narrow {
   template <class V> static V F(V b, V l) { return Min(b, l); }
 };
-struct MultiplyF {
+struct MultiplyF : Narrow {
   template <class V> static V F(V b, V l) { return DivU255(b * l); }
 };
-struct LinearBurnF {
+struct LinearBurnF : Narrow {
   template <class V> static V F(V b, V l) { return Max(b + l - V(255), V(0)); }
 };
-struct LinearBurnUnlimitedF {
+struct LinearBurnUnlimitedF : Wide {
   template <class V> static V F(V b, V l) { return b + l - V(255); }
 };
-struct LightenF {
+struct LightenF : NarrowKeepsBase {
   template <class V> static V F(V b, V l) { return Max(b, l); }
 };
-struct ScreenF {
+struct ScreenF : NarrowKeepsBase {
   template <class V> static V F(V b, V l) { return V(255) - DivU255((V(255) - b) * (V(255) - l)); }
 };
-struct LinearDodgeF {
+struct LinearDodgeF : NarrowKeepsBase {
   template <class V> static V F(V b, V l) { return Min(b + l, V(255)); }
 };
-struct AddF {
+struct AddF : Wide {
   template <class V> static V F(V b, V l) { return b + l; }
 };
 // Hard light with base and layer swapped.
-struct OverlayF {
+struct OverlayF : Wide {
   template <class V> static V F(V b, V l) {
     return Select(Le(b, V(127)), Div(V(2) * b * l, V(255)),
                   V(255) - Div(V(2) * (V(255) - b) * (V(255) - l), V(255)));
@@ -183,7 +208,7 @@ struct OverlayF {
 };
 // The compositing-standard soft light: darken by b(1-b)(1-2l) below the middle, lighten
 // towards D(b) above it, D(b) = ((16b - 12)b + 4)b for b <= 1/4, else sqrt(b).
-struct SoftLightF {
+struct SoftLightF : Wide {
   template <class V> static V F(V b, V l) {
     const V p = Min(b, V(63));  // keeps the unused polynomial's numerators small
     const V poly = Div((Div((V(16) * p - V(3060)) * p, V(255)) + V(1020)) * p, V(255));
@@ -192,67 +217,67 @@ struct SoftLightF {
                   b + Div((V(2) * l - V(255)) * (d - b), V(255)));
   }
 };
-struct HardLightF {
+struct HardLightF : Wide {
   template <class V> static V F(V b, V l) {
     return Select(Le(l, V(127)), Div(V(2) * b * l, V(255)),
                   V(255) - Div(V(2) * (V(255) - b) * (V(255) - l), V(255)));
   }
 };
-struct DifferenceF {
+struct DifferenceF : NarrowKeepsBase {
   template <class V> static V F(V b, V l) { return Abs(b - l); }
 };
-struct ExclusionF {
+struct ExclusionF : Wide {
   template <class V> static V F(V b, V l) { return b + l - Div(V(2) * b * l, V(255)); }
 };
-struct LinearLightF {
+struct LinearLightF : Narrow {
   template <class V> static V F(V b, V l) { return Clamp255(b + V(2) * l - V(255)); }
 };
-struct VividLightF {
+struct VividLightF : Wide {
   template <class V> static V F(V b, V l) {
     return Select(Le(l, V(127)), Burn(b, V(2) * l), Dodge(b, V(2) * l - V(255)));
   }
 };
-struct ColourBurnF {
+struct ColourBurnF : Wide {
   template <class V> static V F(V b, V l) { return Burn(b, l); }
 };
-struct ColourDodgeF {
+struct ColourDodgeF : Wide {
   template <class V> static V F(V b, V l) { return Dodge(b, l); }
 };
-struct PinLightF {
+struct PinLightF : Narrow {
   template <class V> static V F(V b, V l) {
     return Select(Le(l, V(127)), Min(b, V(2) * l), Max(b, V(2) * l - V(255)));
   }
 };
-struct HardMixF {
+struct HardMixF : Narrow {
   template <class V> static V F(V b, V l) { return Select(Ge(b + l, V(255)), V(255), V(0)); }
 };
-struct SubtractF {
+struct SubtractF : Wide {
   template <class V> static V F(V b, V l) { return b - l; }
 };
-struct NegationF {
+struct NegationF : NarrowKeepsBase {
   template <class V> static V F(V b, V l) { return V(255) - Abs(V(255) - b - l); }
 };
-struct SubtractLimitedF {
+struct SubtractLimitedF : NarrowKeepsBase {
   template <class V> static V F(V b, V l) { return Max(b - l, V(0)); }
 };
-struct AverageF {
+struct AverageF : Narrow {
   template <class V> static V F(V b, V l) { return (b + l) >> 1; }
 };
-struct DivideF {
+struct DivideF : Wide {
   template <class V> static V F(V b, V l) { return Min(V(255), Div(b * V(255), Max(l, V(1)))); }
 };
-struct DivideReversedF {
+struct DivideReversedF : Wide {
   template <class V> static V F(V b, V l) { return Min(V(255), Div(l * V(255), Max(b, V(1)))); }
 };
-struct GrainExtractF {
+struct GrainExtractF : Narrow {
   template <class V> static V F(V b, V l) { return Clamp255(b - l + V(128)); }
 };
-struct GrainMergeF {
+struct GrainMergeF : Narrow {
   template <class V> static V F(V b, V l) { return Clamp255(b + l - V(128)); }
 };
 
 // Non-separable modes in the hue-chroma-luma model.
-struct NonSeparable {
+struct NonSeparable : Wide {
   static constexpr bool kAlphaOnly = false;
 };
 
@@ -313,7 +338,7 @@ struct LighterColourOp : NonSeparable {
 };
 
 // Alpha only: the destination alpha becomes (255 - a) x ab / 255, colour bytes untouched.
-struct AlphaOnlyOp {
+struct AlphaOnlyOp : Narrow {
   static constexpr bool kAlphaOnly = true;
   template <class V> VANTYX_BLEND_INLINE static void Apply(const V*, const V*, V*) {}
 };
@@ -333,11 +358,35 @@ VANTYX_BLEND_INLINE void Composite(const V* base, const V* layer, V a, V* out) {
   out[3] = a + wb;
   const V wl = DivU255((V(255) - ab) * a);
   const V ws = DivU255(ab * a);
-  const V ao = Max(a + wb, V(1));
+  const auto ao = MakeDivisor(Max(a + wb, V(1)));
   V f[3];
   Op::Apply(base, layer, f);
-  for (int32_t c = 0; c < 3; ++c)
-    out[c] = Clamp255(Div(ws * f[c] + wl * layer[c] + wb * base[c], ao));
+  for (int32_t c = 0; c < 3; ++c) {
+    // ws + wl <= a, so for F within 0..255 the numerator is at most 255 (a + wb): the
+    // quotient already lies within 0..255 and the numerator within 0..65025. Normal's F is
+    // l itself, and ws l + wl l = (ws + wl) l saves a product.
+    const V n = Op::kLayerOnly ? (ws + wl) * layer[c] + wb * base[c]
+                               : ws * f[c] + wl * layer[c] + wb * base[c];
+    const V q = DivBy(n, ao);
+    out[c] = Op::kNarrow ? q : Clamp255(q);
+  }
+}
+
+// Composite for lanes whose base alpha is 255, narrow modes only. Then wb = (255 - a) x 255
+// / 255 = 255 - a, wl = 0, ws = a and a + wb = 255 exactly, so the general rule reduces to
+// (a F + (255 - a) b) / 255 with a numerator within 0..65025.
+template <class Op, class V>
+VANTYX_BLEND_INLINE void CompositeOpaque(const V* base, const V* layer, V a, V* out) {
+  static_assert(Op::kNarrow, "the numerator must stay within 0..65535");
+  out[3] = V(255);
+  if constexpr (Op::kAlphaOnly) {
+    out[3] = V(255) - a;
+    return;
+  }
+  V f[3];
+  Op::Apply(base, layer, f);
+  const V wb = V(255) - a;
+  for (int32_t c = 0; c < 3; ++c) out[c] = DivU255(a * f[c] + wb * base[c]);
 }
 
 }  // namespace

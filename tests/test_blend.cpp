@@ -321,6 +321,24 @@ TEST(BlendExact, MultiplyShiftDividesBy255) {
   for (uint32_t n = 0; n <= 65535; ++n) ASSERT_EQ((n * 0x8081u) >> 23, n / 255) << n;
 }
 
+// The narrow modes divide 16-bit numerators by the composite's divisor d with a reciprocal
+// r = min(65536 / d, 65535) (a float division, truncated), a high product and one correction:
+// q0 = (n r) >> 16 is n / d or one less, and the remainder n - q0 d, compared as a signed
+// 16-bit value, lies within 0..2d - 1.
+TEST(BlendExact, ReciprocalDividesSixteenBitNumerators) {
+  int64_t bad = 0;
+  for (int32_t d = 1; d <= 255; ++d) {
+    const uint32_t r = std::min(uint32_t(int32_t(65536.0f / float(d))), 65535u);
+    for (uint32_t n = 0; n <= 65535; ++n) {
+      const uint32_t q0 = (n * r) >> 16;
+      const int32_t rem = int32_t(n - q0 * uint32_t(d));
+      bad += rem < 0 || rem > 2 * d - 1;
+      bad += q0 + (rem > d - 1 ? 1u : 0u) != n / uint32_t(d);
+    }
+  }
+  EXPECT_EQ(bad, 0);
+}
+
 TEST(BlendExact, FloatSquareRootTruncatesToIntegerRoot) {
   for (int32_t b = 0; b < 256; ++b) {
     int32_t r = 0;
@@ -375,6 +393,52 @@ TEST(BlendReference, EveryIndexMatchesItsFormula) {
       ASSERT_EQ(kBlendKernelsSse41[i](b.View(), l.View(), fast.View(), op, Whole(fast)), 0);
       EXPECT_TRUE(fast == expected) << "index " << i << " opacity " << op << " set " << set;
     }
+}
+
+// Both forms of index i over (b, l) against the reference, from a stale destination.
+void ExpectFormula(int32_t i, Image& b, Image& l, uint32_t op, const char* what) {
+  Image expected(b.width, b.height);
+  expected.FillRandom(uint32_t(i * 5 + op));
+  Image plain = expected, fast = expected;
+  for (int32_t y = 0; y < b.height; ++y)
+    for (int32_t x = 0; x < b.width; ++x)
+      RefPixel(i, b.Pixel(x, y), l.Pixel(x, y), expected.Pixel(x, y), op);
+  ASSERT_EQ(kBlendKernelsPlain[i](b.View(), l.View(), plain.View(), op, Whole(plain)), 0);
+  EXPECT_TRUE(plain == expected) << what << ": index " << i << " opacity " << op;
+  if (!HasSse41()) return;
+  ASSERT_EQ(kBlendKernelsSse41[i](b.View(), l.View(), fast.View(), op, Whole(fast)), 0);
+  EXPECT_TRUE(fast == expected) << what << ": index " << i << " opacity " << op;
+}
+
+// An opaque base (the fast form's reduced rule) with every (base, layer) pair in B and G, and
+// black layer runs of 8 to 16 pixels (its shortcut where F(b, 0) = b), partly transparent.
+TEST(BlendReference, OpaqueBaseMatchesTheFormula) {
+  Image base, layer;
+  MakeSweep(base, layer);
+  for (int32_t y = 0; y < 256; ++y)
+    for (int32_t x = 0; x < 256; ++x) {
+      base.Pixel(x, y)[3] = 255;
+      if ((x + y * 8) % 64 < 8 + (y & 8)) {
+        uint8_t* p = layer.Pixel(x, y);
+        p[0] = p[1] = p[2] = 0;
+        if (y % 5 == 0) p[3] = uint8_t(x & 1);  // some pixels left alone
+      }
+    }
+  for (int32_t i = 0; i < kBlendKernelCount; ++i)
+    ExpectFormula(i, base, layer, 255, "opaque");
+}
+
+// Every (layer alpha, base alpha) pair: layer alpha runs along x, base alpha along y.
+TEST(BlendReference, EveryAlphaPairMatchesTheFormula) {
+  Image base(256, 256), layer(256, 256);
+  base.FillRandom(51), layer.FillRandom(52);
+  for (int32_t y = 0; y < 256; ++y)
+    for (int32_t x = 0; x < 256; ++x) {
+      layer.Pixel(x, y)[3] = uint8_t(x);
+      base.Pixel(x, y)[3] = uint8_t(y);
+    }
+  for (int32_t i = 0; i < kBlendKernelCount; ++i)
+    ExpectFormula(i, base, layer, 131, "alphas");
 }
 
 // ---- Plain against fast ---------------------------------------------------------------------
