@@ -75,8 +75,10 @@ uint8_t RoundByte(float q) {
 
 // Per-format sample access: kLanes running sums of type Sum per pixel; Load reads the
 // unfiltered lanes of a pixel (w: the weight pixel, weighted variant only); Store writes the
-// filtered pixel from its sums and the window's sample count.
+// filtered pixel from its sums and the window's sample count. kPacked: the pixels are plain
+// floats, so a run of pixels is a run of lanes.
 struct Bgra {
+  static constexpr bool kPacked = false;
   using Sum = float;
   static constexpr int kLanes = 3;
   static void Load(const uint8_t* p, const uint8_t*, float* v) {
@@ -89,6 +91,7 @@ struct Bgra {
 };
 
 struct Gray8 {
+  static constexpr bool kPacked = false;
   using Sum = float;
   static constexpr int kLanes = 1;
   static void Load(const uint8_t* p, const uint8_t*, float* v) { v[0] = static_cast<float>(p[0]); }
@@ -99,9 +102,12 @@ struct Gray8 {
 
 template <int N>
 struct Floats {
+  static constexpr bool kPacked = true;
   using Sum = float;
   static constexpr int kLanes = N;
-  static void Load(const uint8_t* p, const uint8_t*, float* v) { std::memcpy(v, p, sizeof(float) * N); }
+  static void Load(const uint8_t* p, const uint8_t*, float* v) {
+    std::memcpy(v, p, sizeof(float) * N);
+  }
   static void Store(uint8_t* p, const float* s, int32_t count) {
     const float n = static_cast<float>(count);
     float out[N];
@@ -111,6 +117,7 @@ struct Floats {
 };
 
 struct Gray32 {
+  static constexpr bool kPacked = false;
   using Sum = double;
   static constexpr int kLanes = 1;
   static void Load(const uint8_t* p, const uint8_t*, double* v) {
@@ -127,6 +134,7 @@ struct Gray32 {
 // Weighted BGRA: lanes w, w*B, w*G, w*R. kWeightByte picks the weight image's byte.
 template <int kWeightByte>
 struct Weighted {
+  static constexpr bool kPacked = false;
   using Sum = float;
   static constexpr int kLanes = 4;
   static void Load(const uint8_t* p, const uint8_t* w, float* v) {
@@ -140,144 +148,215 @@ struct Weighted {
   }
 };
 
-// A set of parallel lines filtered together: a block of columns for the vertical pass, one
-// row for the horizontal pass.
-struct Lines {
-  uint8_t* data;          // sample 0 of line 0
-  ptrdiff_t step;         // bytes between samples along a line
-  ptrdiff_t line_step;    // bytes between lines
-  const uint8_t* wdata;   // weight image at the same place, or null
-  ptrdiff_t wstep;
-  ptrdiff_t wline_step;
-  int32_t count;          // lines
-  int32_t n;              // samples per line
-};
+// Both forms above, step for step, as one rule per sample i >= 1 of a line:
+//   S += x[i + r - 1] while i <= n - r; S -= x[i - r] once i >= r; both at once (the ring
+//   form's middle) as S = S - x[i - r] + x[i + r - 1]; then out[i] = S / count.
+// In the ring form the add-only steps are the growing window and the subtract-only ones the
+// shrinking window; in the long-radius rule the two ranges never meet. x[i - r] is the
+// unfiltered sample, kept in a copy of the row (horizontal) or a ring of r rows (vertical).
+enum class Step { kNone, kAdd, kSub, kBoth };
+
+// Samples in the window of sample i: [i - (r - 1), i + (r - 1)] cut at the line's ends.
+int32_t WindowCount(int64_t i, int64_t n, int64_t r) {
+  return static_cast<int32_t>(std::min(n - 1, i + r - 1) - std::max<int64_t>(0, i - r + 1) + 1);
+}
+
+// Calls run(step, from, to) for the ranges of i in [1, n) that take one kind of step, in order.
+template <class Run>
+void ForEachRange(int32_t n, int32_t r, const Run& run) {
+  // Adds for i < n - r + 1, subtracts for i >= r (values outside [1, n] held to it).
+  const int64_t add_end = std::min<int64_t>(std::max<int64_t>(int64_t{n} - r + 1, 1), n);
+  const int64_t sub_from = std::min<int64_t>(r, n);
+  const int32_t lo = static_cast<int32_t>(std::min(add_end, sub_from));
+  const int32_t hi = static_cast<int32_t>(std::max(add_end, sub_from));
+  run(Step::kAdd, 1, lo);
+  run(add_end > sub_from ? Step::kBoth : Step::kNone, lo, hi);
+  run(Step::kSub, hi, n);
+}
+
+template <class T, Step kStep>
+void Update(T& s, T old, T in) {
+  if (kStep == Step::kBoth)
+    s = s - old + in;
+  else if (kStep == Step::kAdd)
+    s += in;
+  else if (kStep == Step::kSub)
+    s -= old;
+}
+
+// Rows: one row at a time, its sums in locals and its unfiltered samples in a copy. The window
+// gains a sample on an adding step and loses one on a subtracting step.
+template <class F, Step kStep>
+void RowRange(uint8_t* p, const uint8_t* x, ptrdiff_t bpp, const uint8_t* w, ptrdiff_t wbpp,
+              int32_t r, int32_t from, int32_t to, typename F::Sum* s, int32_t* count) {
+  using T = typename F::Sum;
+  constexpr int N = F::kLanes;
+  const int32_t change = kStep == Step::kAdd ? 1 : kStep == Step::kSub ? -1 : 0;
+  int32_t cnt = *count;
+  for (int32_t i = from; i < to; ++i) {
+    T in[N] = {}, old[N] = {};
+    const int64_t a = int64_t{i} + r - 1, b = int64_t{i} - r;
+    if (kStep == Step::kAdd || kStep == Step::kBoth)
+      F::Load(x + a * bpp, w != nullptr ? w + a * wbpp : nullptr, in);
+    if (kStep == Step::kSub || kStep == Step::kBoth)
+      F::Load(x + b * bpp, w != nullptr ? w + b * wbpp : nullptr, old);
+    for (int c = 0; c < N; ++c) Update<T, kStep>(s[c], old[c], in[c]);
+    cnt += change;
+    F::Store(p + i * bpp, s, cnt);
+  }
+  *count = cnt;
+}
 
 template <class F>
-class LineBlur {
- public:
+void BlurRows(const ImageView& img, const ImageView* weight, int32_t r, const Area& a) {
   using T = typename F::Sum;
-  LineBlur(const Lines& lines, std::vector<T>& scratch) : m_l(lines) {
-    m_lanes = static_cast<size_t>(lines.count) * F::kLanes;
-    m_scratch = &scratch;
-  }
-
-  void Run(int32_t r) {
-    const int32_t n = m_l.n;
-    const size_t ring_len = static_cast<size_t>(std::min(r, n));
-    m_scratch->resize(m_lanes * (ring_len + 2));
-    T* s = m_scratch->data();
-    T* x = s + m_lanes;
-    T* ring = x + m_lanes;
-    const size_t L = m_lanes;
-
-    if (detail::BoxBlurRingFits(n, r)) {
-      Load(0, s);
-      std::copy(s, s + L, ring);
-      for (int32_t k = 1; k < r; ++k) {
-        T* rk = ring + k * L;
-        Load(k, rk);
-        for (size_t c = 0; c < L; ++c) s[c] += rk[c];
-      }
-      Store(0, r);
-      for (int32_t i = 1; i < r; ++i) {
-        Load(i + r - 1, x);
-        for (size_t c = 0; c < L; ++c) s[c] += x[c];
-        Store(i, r + i);
-      }
-      int32_t j = 0;
-      const int32_t full = 2 * r - 1;
-      for (int32_t i = r; i <= n - r; ++i) {
-        T* rj = ring + j * L;
-        Load(i + r - 1, x);
-        for (size_t c = 0; c < L; ++c) s[c] = s[c] - rj[c] + x[c];
-        Load(i, rj);
-        Store(i, full);
-        if (++j == r) j = 0;
-      }
-      for (int32_t i = n - r + 1; i < n; ++i) {
-        const T* rj = ring + j * L;
-        for (size_t c = 0; c < L; ++c) s[c] -= rj[c];
-        Store(i, n - 1 - i + r);
-        if (++j == r) j = 0;
-      }
-      return;
-    }
-
-    const int32_t m = static_cast<int32_t>(ring_len);
-    Load(0, s);
-    std::copy(s, s + L, ring);
-    for (int32_t k = 1; k < m; ++k) {
-      T* rk = ring + k * L;
-      Load(k, rk);
-      for (size_t c = 0; c < L; ++c) s[c] += rk[c];
+  constexpr int N = F::kLanes;
+  const int32_t n = a.right - a.left;
+  const int32_t m = std::min(r, n);
+  const ptrdiff_t bpp = BytesPerPixel(img.format);
+  const ptrdiff_t wbpp = weight != nullptr ? BytesPerPixel(weight->format) : 0;
+  std::vector<uint8_t> copy(static_cast<size_t>(n) * static_cast<size_t>(bpp));
+  for (int32_t y = a.top; y < a.bottom; ++y) {
+    uint8_t* p = img.At(a.left, y);
+    const uint8_t* w = weight != nullptr ? weight->At(a.left, y) : nullptr;
+    const uint8_t* x = copy.data();
+    std::memcpy(copy.data(), p, copy.size());
+    T s[N], v[N];
+    F::Load(x, w, s);  // S = x[0] + x[1] + .. + x[m-1], in that order
+    for (int32_t t = 1; t < m; ++t) {
+      F::Load(x + t * bpp, w != nullptr ? w + t * wbpp : nullptr, v);
+      for (int c = 0; c < N; ++c) s[c] += v[c];
     }
     int32_t count = m;
-    Store(0, count);
-    for (int32_t i = 1; i < n; ++i) {
-      if (i <= n - r) {  // x[i + r - 1] is on the line
-        Load(i + r - 1, x);
-        for (size_t c = 0; c < L; ++c) s[c] += x[c];
-        ++count;
-      } else if (i >= r) {  // x[i - r] has left the window
-        const T* old = ring + (i - r) * L;
-        for (size_t c = 0; c < L; ++c) s[c] -= old[c];
-        --count;
+    F::Store(p, s, count);
+    ForEachRange(n, r, [&](Step step, int32_t from, int32_t to) {
+      switch (step) {
+        case Step::kAdd: RowRange<F, Step::kAdd>(p, x, bpp, w, wbpp, r, from, to, s, &count); break;
+        case Step::kSub: RowRange<F, Step::kSub>(p, x, bpp, w, wbpp, r, from, to, s, &count); break;
+        case Step::kBoth:
+          RowRange<F, Step::kBoth>(p, x, bpp, w, wbpp, r, from, to, s, &count);
+          break;
+        case Step::kNone:
+          RowRange<F, Step::kNone>(p, x, bpp, w, wbpp, r, from, to, s, &count);
+          break;
       }
-      Store(i, count);
-    }
+    });
   }
+}
 
- private:
-  void Load(int32_t i, T* v) const {
-    const uint8_t* p = m_l.data + i * m_l.step;
-    const uint8_t* w = m_l.wdata != nullptr ? m_l.wdata + i * m_l.wstep : nullptr;
-    for (int32_t k = 0; k < m_l.count; ++k) {
-      F::Load(p, w, v + static_cast<size_t>(k) * F::kLanes);
-      p += m_l.line_step;
-      if (w != nullptr) w += m_l.wline_step;
-    }
-  }
-  void Store(int32_t i, int32_t count) const {
-    uint8_t* p = m_l.data + i * m_l.step;
-    const T* s = m_scratch->data();
-    for (int32_t k = 0; k < m_l.count; ++k) {
-      F::Store(p, s + static_cast<size_t>(k) * F::kLanes, count);
-      p += m_l.line_step;
-    }
-  }
+// Columns: a segment of adjacent columns one row at a time, so that every access walks a row
+// forwards; the ring slot of row i is i mod r. Segments are at most kRowBytes of sums wide,
+// and narrower when the ring would pass kRingBytes.
+constexpr int64_t kRowBytes = 4096;
+constexpr int64_t kRingBytes = 256 * 1024;
 
-  Lines m_l;
-  size_t m_lanes;
-  std::vector<T>* m_scratch;
+struct ColumnRow {
+  uint8_t* p;          // row i of the segment
+  const uint8_t* in;   // row i + r - 1 (adding steps only)
+  const uint8_t* w;    // the weight image at row i, or null
+  const uint8_t* win;  // and at row i + r - 1
+  ptrdiff_t bpp, wbpp;
+  int32_t cols;
+  int32_t count;       // samples in the window of row i
 };
 
-// Columns filtered side by side: enough to use whole cache lines, few enough that the ring
-// stays small.
-constexpr int32_t kColumnBlock = 32;
+template <class F, Step kStep>
+void ColumnStep(const ColumnRow& row, typename F::Sum* s, typename F::Sum* slot) {
+  using T = typename F::Sum;
+  constexpr int N = F::kLanes;
+  constexpr bool kAdd = kStep == Step::kAdd || kStep == Step::kBoth;
+  if constexpr (F::kPacked) {  // float pixels: the lanes are the row's floats in order
+    const size_t L = static_cast<size_t>(row.cols) * N;
+    const float n = static_cast<float>(row.count);
+    for (size_t c = 0; c < L; ++c) {
+      T in = 0, cur;
+      if (kAdd) std::memcpy(&in, row.in + 4 * c, 4);
+      std::memcpy(&cur, row.p + 4 * c, 4);
+      Update<T, kStep>(s[c], slot[c], in);
+      slot[c] = cur;
+      const T q = s[c] / n;
+      std::memcpy(row.p + 4 * c, &q, 4);
+    }
+  } else {
+    T* sk = s;
+    T* ok = slot;
+    for (int32_t k = 0; k < row.cols; ++k, sk += N, ok += N) {
+      T in[N] = {};
+      if (kAdd)
+        F::Load(row.in + k * row.bpp, row.win != nullptr ? row.win + k * row.wbpp : nullptr, in);
+      for (int c = 0; c < N; ++c) Update<T, kStep>(sk[c], ok[c], in[c]);
+      F::Load(row.p + k * row.bpp, row.w != nullptr ? row.w + k * row.wbpp : nullptr, ok);
+    }
+    for (int32_t k = 0; k < row.cols; ++k, s += N) F::Store(row.p + k * row.bpp, s, row.count);
+  }
+}
+
+template <class F>
+void BlurColumns(const ImageView& img, const ImageView* weight, int32_t r, const Area& a) {
+  using T = typename F::Sum;
+  constexpr int N = F::kLanes;
+  const int32_t n = a.bottom - a.top;
+  const int32_t m = std::min(r, n);
+  const int64_t col_bytes = static_cast<int64_t>(N * sizeof(T));
+  int64_t seg = std::min(kRowBytes / col_bytes, kRingBytes / (m * col_bytes));
+  seg = std::min<int64_t>(std::max<int64_t>(16, seg), a.right - a.left);
+  const size_t lanes = static_cast<size_t>(seg) * N;
+  std::vector<T> scratch(lanes * static_cast<size_t>(m + 2));
+  T* s = scratch.data();
+  T* x = s + lanes;
+  T* ring = x + lanes;
+  ColumnRow row;
+  row.bpp = BytesPerPixel(img.format);
+  row.wbpp = weight != nullptr ? BytesPerPixel(weight->format) : 0;
+  const ptrdiff_t stride = img.stride;
+  const ptrdiff_t wstride = weight != nullptr ? weight->stride : 0;
+  for (int32_t x0 = a.left; x0 < a.right; x0 += static_cast<int32_t>(seg)) {
+    row.cols = std::min(static_cast<int32_t>(seg), a.right - x0);
+    const size_t L = static_cast<size_t>(row.cols) * N;
+    uint8_t* p = img.At(x0, a.top);
+    const uint8_t* w = weight != nullptr ? weight->At(x0, a.top) : nullptr;
+    auto load = [&](int64_t i, T* v) {
+      for (int32_t k = 0; k < row.cols; ++k)
+        F::Load(p + i * stride + k * row.bpp,
+                w != nullptr ? w + i * wstride + k * row.wbpp : nullptr, v + k * N);
+    };
+    load(0, s);  // S = x[0] + x[1] + .. + x[m-1], in that order
+    for (int32_t t = 1; t < m; ++t) {
+      load(t, x);
+      for (size_t c = 0; c < L; ++c) s[c] += x[c];
+    }
+    // Points `row` at row i; returns its ring slot.
+    auto at = [&](int64_t i) {
+      const int64_t in = i + r - 1;
+      row.p = p + i * stride;
+      row.w = w != nullptr ? w + i * wstride : nullptr;
+      row.in = in < n ? p + in * stride : nullptr;
+      row.win = in < n && w != nullptr ? w + in * wstride : nullptr;
+      row.count = WindowCount(i, n, r);
+      return ring + static_cast<size_t>(i % r) * L;
+    };
+    T* first = at(0);
+    ColumnStep<F, Step::kNone>(row, s, first);
+    ForEachRange(n, r, [&](Step step, int32_t from, int32_t to) {
+      for (int32_t i = from; i < to; ++i) {
+        T* slot = at(i);
+        switch (step) {
+          case Step::kAdd: ColumnStep<F, Step::kAdd>(row, s, slot); break;
+          case Step::kSub: ColumnStep<F, Step::kSub>(row, s, slot); break;
+          case Step::kBoth: ColumnStep<F, Step::kBoth>(row, s, slot); break;
+          case Step::kNone: ColumnStep<F, Step::kNone>(row, s, slot); break;
+        }
+      }
+    });
+  }
+}
 
 template <class F>
 void BlurArea(const ImageView& img, const ImageView* weight, int32_t r, const Area& a, bool rows) {
-  std::vector<typename F::Sum> scratch;
-  const ptrdiff_t bpp = BytesPerPixel(img.format);
-  const ptrdiff_t wbpp = weight != nullptr ? BytesPerPixel(weight->format) : 0;
-  const ptrdiff_t wstride = weight != nullptr ? weight->stride : 0;
-  auto weight_at = [&](int32_t x, int32_t y) -> const uint8_t* {
-    return weight != nullptr ? weight->At(x, y) : nullptr;
-  };
-  if (rows) {
-    for (int32_t y = a.top; y < a.bottom; ++y) {
-      const Lines l{img.At(a.left, y), bpp, img.stride, weight_at(a.left, y), wbpp, wstride,
-                    1, a.right - a.left};
-      LineBlur<F>(l, scratch).Run(r);
-    }
-  } else {
-    for (int32_t x = a.left; x < a.right; x += kColumnBlock) {
-      const Lines l{img.At(x, a.top), img.stride, bpp, weight_at(x, a.top), wstride, wbpp,
-                    std::min(kColumnBlock, a.right - x), a.bottom - a.top};
-      LineBlur<F>(l, scratch).Run(r);
-    }
-  }
+  if (rows)
+    BlurRows<F>(img, weight, r, a);
+  else
+    BlurColumns<F>(img, weight, r, a);
 }
 
 int32_t BoxBlurPlain(const ImageView& img, const ImageView* weight, int32_t radius,

@@ -2,6 +2,7 @@
 // fast forms share, so both answer every bad call with the same code.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "core/image_view.h"
@@ -20,6 +21,10 @@ int32_t BoxBlurSetup(const ImageView& img, const ImageView* weight, int32_t radi
 inline bool BoxBlurRingFits(int32_t n, int32_t r) {
   return 2 * static_cast<int64_t>(r) - 1 <= n;
 }
+
+// The fast form's byte rounding, trunc(q + 0.5f) in float, over `count` quotients; for the
+// tests that hold it to the plain form's trunc(double(q) + 0.5). Needs SSE4.1.
+void BoxBlurRoundBytesSse41(const float* q, int32_t* out, size_t count);
 
 }  // namespace detail
 }  // namespace Vantyx

@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <vector>
 
 #include "imageops/box_blur.h"
+#include "imageops/box_blur_internal.h"
 #include "test_support.h"
 
 namespace Vantyx {
@@ -94,7 +96,8 @@ TEST(BoxBlurHand, BytesRoundHalfUpAndKeepAlpha) {
       gray.Pixel(x, 0)[0] = uint8_t(3 * x);
     }
     ASSERT_EQ(fn(bgra.View(), nullptr, 2, Whole(bgra)), 0);
-    const uint8_t want[4][4] = {{2, 254, 50, 9}, {3, 252, 33, 200}, {6, 249, 67, 0}, {8, 248, 50, 255}};
+    const uint8_t want[4][4] = {
+        {2, 254, 50, 9}, {3, 252, 33, 200}, {6, 249, 67, 0}, {8, 248, 50, 255}};
     for (int32_t x = 0; x < 4; ++x)
       for (int c = 0; c < 4; ++c) EXPECT_EQ(bgra.Pixel(x, 0)[c], want[x][c]) << x << "," << c;
   }
@@ -142,10 +145,12 @@ TEST(BoxBlurHand, WeightedMeanUsesSecondImageAlpha) {
 std::vector<uint32_t> RefLine(const std::vector<uint32_t>& x, int32_t r, bool wide) {
   const int32_t n = int32_t(x.size());
   std::vector<uint32_t> out(x.size());
+  std::vector<uint64_t> before(x.size() + 1, 0);  // before[k] = x[0] + .. + x[k-1]
+  for (size_t k = 0; k < x.size(); ++k) before[k + 1] = before[k] + x[k];
   for (int32_t i = 0; i < n; ++i) {
-    const int32_t lo = std::max(0, i - (r - 1)), hi = std::min(n - 1, i + (r - 1));
-    uint64_t sum = 0;
-    for (int32_t k = lo; k <= hi; ++k) sum += x[size_t(k)];
+    const int32_t lo = std::max<int64_t>(0, int64_t(i) - (r - 1));
+    const int32_t hi = std::min<int64_t>(n - 1, int64_t(i) + (r - 1));
+    const uint64_t sum = before[size_t(hi) + 1] - before[size_t(lo)];
     const double q = wide ? double(sum) / double(hi - lo + 1)
                           : double(float(sum) / float(hi - lo + 1));
     const double d = q + 0.5;
@@ -195,6 +200,112 @@ TEST(BoxBlurReference, RingAndLongRadiiMatchWindowMean) {
       }
     }
   }
+}
+
+// Wide and tall images: the vertical pass works on row segments (1024 BGRA or 4096 GRAY8
+// columns at most, fewer when the ring of saved rows grows long), so these cross segments.
+TEST(BoxBlurReference, SegmentsOfWideAndTallImages) {
+  struct Case { int32_t w, h; uint32_t fmt; int32_t r; };
+  const Case cases[] = {{1100, 9, PIXEL_BGRA32, 30},   {1100, 9, PIXEL_BGRA32, 5},
+                        {4200, 4, PIXEL_GRAY8, 3},     {4100, 5, PIXEL_GRAY8, 1000000},
+                        {70, 3000, PIXEL_GRAY8, 1000000}, {37, 3000, PIXEL_BGRA32, 700},
+                        {9, 1100, PIXEL_BGRA32, 30}};
+  for (const Case& c : cases)
+    for (bool rows : {true, false})
+      for (BlurFn fn : {box_blur_rows_plain, box_blur_cols_plain, box_blur_rows_sse41,
+                        box_blur_cols_sse41}) {
+        const bool fast = fn == box_blur_rows_sse41 || fn == box_blur_cols_sse41;
+        if (fast && !test::HasSse41()) continue;
+        if (rows != (fn == box_blur_rows_plain || fn == box_blur_rows_sse41)) continue;
+        SCOPED_TRACE(testing::Message() << c.w << "x" << c.h << " fmt " << c.fmt << " r " << c.r
+                                        << (rows ? " rows" : " cols") << (fast ? " fast" : ""));
+        Image img(c.w, c.h, c.fmt, 3);
+        img.FillRandom(uint32_t(c.w + c.h + c.r));
+        Image want = img;
+        RefBlur(want, c.r, rows);
+        ASSERT_EQ(fn(img.View(), nullptr, c.r, Whole(img)), 0);
+        EXPECT_TRUE(img == want);
+      }
+}
+
+// The float forms follow the ring form's order of float operations exactly; this is that
+// order written out from its description, one float lane at a time.
+std::vector<float> RefFloatLine(const std::vector<float>& x, int32_t r) {
+  const int32_t n = int32_t(x.size()), m = std::min(r, n);
+  std::vector<float> out(x.size());
+  float s = x[0];
+  for (int32_t k = 1; k < m; ++k) s += x[size_t(k)];
+  out[0] = s / float(m);
+  if (2 * int64_t(r) - 1 <= n) {
+    for (int32_t i = 1; i < r; ++i) {
+      s += x[size_t(i + r - 1)];
+      out[size_t(i)] = s / float(r + i);
+    }
+    for (int32_t i = r; i <= n - r; ++i) {
+      s = s - x[size_t(i - r)] + x[size_t(i + r - 1)];
+      out[size_t(i)] = s / float(2 * r - 1);
+    }
+    for (int32_t i = n - r + 1; i < n; ++i) {
+      s -= x[size_t(i - r)];
+      out[size_t(i)] = s / float(n - 1 - i + r);
+    }
+    return out;
+  }
+  int32_t count = m;
+  for (int32_t i = 1; i < n; ++i) {
+    if (i <= n - r) {
+      s += x[size_t(i + r - 1)];
+      ++count;
+    } else if (i >= r) {
+      s -= x[size_t(i - r)];
+      --count;
+    }
+    out[size_t(i)] = s / float(count);
+  }
+  return out;
+}
+
+void RefFloatBlur(Image& img, int32_t r, bool rows) {
+  const int32_t lanes = int32_t(BytesPerPixel(img.format)) / 4;
+  const int32_t lines = rows ? img.height : img.width, n = rows ? img.width : img.height;
+  for (int32_t l = 0; l < lines; ++l)
+    for (int32_t c = 0; c < lanes; ++c) {
+      std::vector<float> x(size_t(n), 0.0f);
+      for (int32_t i = 0; i < n; ++i) x[size_t(i)] = rows ? GetF(img, i, l, c) : GetF(img, l, i, c);
+      const std::vector<float> y = RefFloatLine(x, r);
+      for (int32_t i = 0; i < n; ++i) {
+        if (rows)
+          SetF(img, i, l, c, y[size_t(i)]);
+        else
+          SetF(img, l, i, c, y[size_t(i)]);
+      }
+    }
+}
+
+TEST(BoxBlurReference, FloatsKeepTheRingFormOrder) {
+  struct Case { int32_t w, h; uint32_t fmt; };
+  // FLOAT96 row segments hold 341 columns: 700 crosses two; 3000 rows with a long radius
+  // shrink them to 16.
+  const Case cases[] = {{700, 6, PIXEL_FLOAT96}, {6, 700, PIXEL_FLOAT96}, {1030, 5, PIXEL_GRAYF32},
+                        {40, 3000, PIXEL_FLOAT96}, {7, 5, PIXEL_GRAYF32}};
+  for (const Case& c : cases)
+    for (int32_t r : {1, 2, 3, 60, 349, 351, 1000000}) {
+      if (c.h == 3000 && r != 1000000 && r != 60) continue;
+      for (bool rows : {true, false})
+        for (bool fast : {false, true}) {
+          if (fast && !test::HasSse41()) continue;
+          SCOPED_TRACE(testing::Message() << c.w << "x" << c.h << " fmt " << c.fmt << " r " << r
+                                          << (rows ? " rows" : " cols") << (fast ? " fast" : ""));
+          Image img(c.w, c.h, c.fmt, 2);
+          FillFloats(img, uint32_t(c.w * 3 + c.h + r));
+          Image want = img;
+          RefFloatBlur(want, r, rows);
+          const BlurFn fn = rows ? (fast ? box_blur_rows_sse41 : box_blur_rows_plain)
+                                 : (fast ? box_blur_cols_sse41 : box_blur_cols_plain);
+          ASSERT_EQ(fn(img.View(), nullptr, r, Whole(img)), 0);
+          EXPECT_TRUE(img == want);
+        }
+    }
 }
 
 TEST(BoxBlurReference, LongRadiusFloatsAreWindowMeans) {
@@ -294,7 +405,8 @@ TEST(BoxBlurStrips, LineIsTheStripExtentInStageCoordinates) {
   ASSERT_EQ(box_blur_rows_sse41(fast.View(100, 50), nullptr, 3, strip), 0);
   EXPECT_EQ(fast, want);
   Image big_fast = fast;
-  ASSERT_EQ(box_blur_cols_sse41(big_fast.View(100, 50), nullptr, 4, ProcessRect{90, 0, 400, 300}), 0);
+  ASSERT_EQ(box_blur_cols_sse41(big_fast.View(100, 50), nullptr, 4, ProcessRect{90, 0, 400, 300}),
+            0);
   EXPECT_EQ(big_fast, whole);
 }
 
@@ -361,6 +473,87 @@ TEST(BoxBlurFast, FullHdFrameRadius30) {
   FillFloats(f, 22);
   ExpectFormsAgree(f, 17, true, Whole(f));
   ExpectFormsAgree(f, 17, false, Whole(f));
+}
+
+// The fast form rounds bytes as trunc(q + 0.5f) in float. The plain form's
+// trunc(double(q) + 0.5) differs from it at one float only, q = 0.5 - 2^-25, which no quotient
+// of an integer sum by a count below 11 million can be.
+TEST(BoxBlurFastRounding, OnlyTheFloatBelowOneHalfDiffers) {
+  if (!test::HasSse41()) GTEST_SKIP() << "no SSE4.1";
+  const float below_half = 0.5f - 1.0f / 33554432.0f;  // 0.5 - 2^-25: float 1, double 0
+  auto bits = [](float f) {
+    uint32_t u;
+    std::memcpy(&u, &f, 4);
+    return u;
+  };
+  // Every float in [0.25, 2) (the binades where adding 0.5 can round), then the thousand
+  // floats either side of every k + 0.5 up to 255.5, in chunks.
+  std::vector<uint32_t> ranges{bits(0.25f), bits(2.0f)};
+  for (int32_t k = 2; k <= 255; ++k)
+    ranges.insert(ranges.end(), {bits(k + 0.5f) - 1000, bits(k + 0.5f) + 1000});
+  std::vector<float> q;
+  std::vector<int32_t> got;
+  int64_t others = 0, checked = 0;
+  for (size_t g = 0; g < ranges.size(); g += 2)
+    for (uint32_t u = ranges[g]; u < ranges[g + 1];) {
+      q.clear();
+      for (; u < ranges[g + 1] && q.size() < 65536; ++u) {
+        float f;
+        std::memcpy(&f, &u, 4);
+        q.push_back(f);
+      }
+      got.resize(q.size());
+      detail::BoxBlurRoundBytesSse41(q.data(), got.data(), q.size());
+      for (size_t k = 0; k < q.size(); ++k) {
+        const int32_t plain = int32_t(double(q[k]) + 0.5);
+        if (q[k] == below_half)
+          EXPECT_EQ(got[k] - plain, 1);
+        else
+          others += got[k] != plain;
+      }
+      checked += int64_t(q.size());
+    }
+  EXPECT_EQ(others, 0);
+  EXPECT_GT(checked, 14000000);
+}
+
+// Every quotient S / count that a window of up to 257 bytes gives (S = 0 .. 255 x count), and
+// those of the largest window the fast form takes, 65793 samples.
+TEST(BoxBlurFastRounding, EveryQuotientOfByteSumsRoundsAsThePlainForm) {
+  if (!test::HasSse41()) GTEST_SKIP() << "no SSE4.1";
+  std::vector<float> q;
+  std::vector<int32_t> got;
+  auto check = [&](int32_t count) {
+    const int32_t top = 255 * count;
+    q.resize(size_t(top) + 1);
+    for (int32_t s = 0; s <= top; ++s) q[size_t(s)] = float(s) / float(count);
+    got.resize(q.size());
+    detail::BoxBlurRoundBytesSse41(q.data(), got.data(), q.size());
+    for (int32_t s = 0; s <= top; ++s)
+      if (got[size_t(s)] != int32_t(double(q[size_t(s)]) + 0.5))
+        return ::testing::AssertionFailure() << s << " / " << count;
+    return ::testing::AssertionSuccess();
+  };
+  for (int32_t count = 1; count <= 257; ++count) ASSERT_TRUE(check(count));
+  ASSERT_TRUE(check(65793));
+}
+
+// Byte sums stay exact in float up to 2^24, a window of 65793 bytes of 255; the fast form
+// takes windows up to that size and leaves longer ones to the plain code.
+TEST(BoxBlurFast, ExactByteSumLimit) {
+  if (!test::HasSse41()) GTEST_SKIP() << "no SSE4.1";
+  for (int32_t n : {65793, 65794}) {
+    Image col(1, n, PIXEL_GRAY8), row(n, 1, PIXEL_BGRA32);
+    col.FillRandom(uint32_t(n));
+    row.FillRandom(uint32_t(n + 1));
+    ExpectFormsAgree(col, 40000, false, Whole(col));
+    ExpectFormsAgree(row, 40000, true, Whole(row));
+    // All 255: the largest sums, and a constant line stays constant.
+    col.Fill(255);
+    const Image before = col;
+    ASSERT_EQ(box_blur_cols_sse41(col.View(), nullptr, 40000, Whole(col)), 0);
+    EXPECT_TRUE(col == before);
+  }
 }
 
 // Strips of many heights (rows) or widths (columns), each form on its own, against one call.
