@@ -1,0 +1,308 @@
+// Writes the frame fuzzer's seed corpus: small, mostly valid sessions that reach every stage
+// (sizes, rectangles, masks, output and blend modes, tint, tone mapping, both kernel forms),
+// plus a few that start from a refusal. fuzz/corpus holds its output:
+//   vantyx_fuzz_seeds fuzz/corpus
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "fuzz/fuzz_input.h"
+
+namespace {
+
+using vantyx_fuzz::Writer;
+
+struct ImageSeed {
+  uint8_t extra_stride = 0;  // bytes of row padding
+  uint8_t fill = 1;          // content seed
+};
+
+struct FrameSeed {
+  int32_t w = 8, h = 8;
+  bool full = false;
+  bool repeat = false;
+  bool mask = false;
+  uint32_t left = 0, top = 0, right = 0, bottom = 0;  // right/bottom 0: the whole frame
+  float intensity = 1.0f, radius = 0.0f;
+  uint8_t threshold = 128;
+  int32_t strength = 1;
+  ImageSeed src, dst, mask_image;
+  // Full call only.
+  float tint_amount = 0.0f, tint_hue = 0.0f, tint_brightness = 1.0f;
+  uint8_t opacity = 255;
+  float weight_blur = 0.27f, weight_src = 0.73f;
+  uint8_t tone = 0, keep = 1, blur_blended = 1;
+  float blend_radius = 0.0f;
+  int32_t blend_mode = 5, output_mode = 2;
+  float raw_intensity_bits = 0.0f;  // when set with raw_intensity: written as raw bits
+  bool raw_intensity = false;
+};
+
+void WriteImage(Writer& out, const ImageSeed& img, bool allow_null) {
+  out.Byte(0);      // declared size: what the record wants
+  out.Byte(0);      // format: the expected one
+  out.Byte(0);      // channels: the expected count
+  out.Byte(0);      // stride: row + padding ...
+  out.Byte(img.extra_stride);  // ... of this many bytes (mod 17)
+  out.Byte(img.fill);
+  if (allow_null) out.Byte(1);  // data present
+  out.Byte(1);                  // reserved left 0
+}
+
+void WriteRectEdge(Writer& out, uint32_t v) { out.Byte(uint8_t(v)); }
+
+void WriteFrame(Writer& out, const FrameSeed& f) {
+  WriteImage(out, f.src, true);
+  if (f.mask) {
+    out.Byte(0);  // a mask
+    WriteImage(out, f.mask_image, false);
+  } else {
+    out.Byte(1);  // none
+    out.Byte(1);  // and its other fields zero
+  }
+  const uint32_t right = f.right ? f.right : uint32_t(f.w);
+  const uint32_t bottom = f.bottom ? f.bottom : uint32_t(f.h);
+  WriteRectEdge(out, f.left);
+  WriteRectEdge(out, f.top);
+  WriteRectEdge(out, right);
+  WriteRectEdge(out, bottom);
+  out.Byte(1);  // edges as given
+  WriteImage(out, f.dst, true);
+  const float max8 = float((f.w > f.h ? f.w : f.h) / 8);
+  if (f.raw_intensity)
+    out.FloatRaw(f.raw_intensity_bits);
+  else
+    out.FloatInRange(f.intensity, 0.0f, 2.0f);
+  out.FloatRaw(f.radius > max8 ? max8 : f.radius);
+  out.Byte(f.threshold);
+  if (!f.full) {
+    out.Byte(uint8_t(f.strength + 3));
+    return;
+  }
+  out.FloatRaw(f.tint_amount);
+  out.FloatRaw(f.tint_hue);
+  out.FloatRaw(f.tint_brightness);
+  out.Byte(f.opacity);
+  out.FloatRaw(f.weight_blur);
+  out.FloatRaw(f.weight_src);
+  out.FloatRaw(1.0f);  // reserved_f
+  out.Byte(f.tone);
+  out.Byte(f.keep);
+  out.Byte(f.blur_blended);
+  out.Byte(0);  // pad
+  out.FloatRaw(f.blend_radius);
+  out.Byte(uint8_t(f.blend_mode + 3));
+  out.Byte(uint8_t(f.output_mode + 3));
+  out.Byte(1);  // output mode as given
+  out.Byte(uint8_t(f.strength + 3));
+  out.Raw32(1);  // reserved_i
+}
+
+void SetSize(Writer& out, int32_t w, int32_t h) {
+  out.Byte(vantyx_fuzz::kOpSetSize);
+  out.Byte(uint8_t(w));
+  out.Byte(uint8_t(h));
+}
+
+void Frame(Writer& out, const FrameSeed& f) {
+  if (f.repeat) {
+    out.Byte(vantyx_fuzz::kOpRepeat);
+    out.Byte(f.full ? 0 : 1);
+  } else {
+    out.Byte(f.full ? vantyx_fuzz::kOpProcessFull : vantyx_fuzz::kOpProcess);
+  }
+  WriteFrame(out, f);
+}
+
+// One session: a header, the size, the frame.
+std::vector<uint8_t> Session(const FrameSeed& f, bool fast, bool reset_first = false) {
+  Writer out;
+  out.Byte(fast ? vantyx_fuzz::kHeaderFast : 0);
+  if (reset_first) out.Byte(vantyx_fuzz::kOpReset);
+  SetSize(out, f.w, f.h);
+  Frame(out, f);
+  return out.bytes;
+}
+
+bool WriteFile(const std::string& dir, int index, const std::vector<uint8_t>& bytes) {
+  char name[64];
+  std::snprintf(name, sizeof name, "/seed-%03d", index);
+  FILE* file = std::fopen((dir + name).c_str(), "wb");
+  if (!file) return false;
+  const bool ok = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+  return std::fclose(file) == 0 && ok;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: %s OUTPUT_FOLDER\n", argv[0]);
+    return 2;
+  }
+  const std::string dir = argv[1];
+  std::vector<std::vector<uint8_t>> seeds;
+
+  // Basic calls over sizes that hit the alignment and scaling rules, both kernel forms.
+  const int32_t sizes[][2] = {{1, 1}, {2, 2}, {3, 2}, {5, 7}, {8, 8}, {16, 9}, {33, 17}, {64, 64}, {64, 1}, {1, 64}};
+  int n = 0;
+  for (const auto& s : sizes) {
+    FrameSeed f;
+    f.w = s[0];
+    f.h = s[1];
+    f.radius = 8.0f;
+    f.strength = n % 5;
+    f.threshold = uint8_t(40 * (n % 6));
+    f.src.extra_stride = uint8_t(n % 3 == 0 ? 0 : 3 + n);
+    f.src.fill = uint8_t(n + 1);
+    seeds.push_back(Session(f, n % 2 == 0));
+    ++n;
+  }
+
+  // Full calls: every output mode, a spread of blend modes, tint, tone mapping, custom weights.
+  for (int32_t mode = 0; mode <= 28; mode += 2) {
+    FrameSeed f;
+    f.full = true;
+    f.w = 12 + mode % 7;
+    f.h = 9 + mode % 5;
+    f.blend_mode = mode;
+    f.output_mode = (mode / 2) % 4;
+    f.radius = 1.0f;
+    f.blend_radius = float(mode % 3);
+    f.tint_amount = (mode % 4 == 0) ? 0.5f : 0.0f;
+    f.tint_hue = (mode % 4 == 0) ? 0.3f : 0.0f;
+    f.tint_brightness = (mode % 8 == 0) ? 0.75f : 1.0f;
+    f.tone = uint8_t(mode % 3 == 0);
+    f.keep = uint8_t(mode % 5 != 0);
+    f.blur_blended = uint8_t(mode % 7 != 0);
+    f.opacity = uint8_t(255 - 8 * mode);
+    f.weight_blur = 0.1f * float(mode % 10);
+    f.weight_src = 1.0f - f.weight_blur;
+    f.dst.extra_stride = uint8_t(mode % 9);
+    seeds.push_back(Session(f, mode % 4 != 2));
+  }
+
+  // Masks, sub-rectangles (the destination holds only the rectangle), empty rectangles.
+  {
+    FrameSeed f;
+    f.w = 20;
+    f.h = 14;
+    f.mask = true;
+    f.mask_image.extra_stride = 5;
+    f.left = 3, f.top = 2, f.right = 17, f.bottom = 11;
+    seeds.push_back(Session(f, true));
+    f.full = true;
+    f.output_mode = 1;
+    seeds.push_back(Session(f, false));
+    f.left = 5, f.right = 5;  // empty rectangle, zero-width destination
+    seeds.push_back(Session(f, true));
+    f.mask = false;
+    f.left = 19, f.top = 13, f.right = 20, f.bottom = 14;  // the last pixel only
+    f.output_mode = 2;
+    seeds.push_back(Session(f, true));
+  }
+
+  // The same frame twice (results must not drift), after a Reset, and re-created.
+  {
+    FrameSeed f;
+    f.w = 31;
+    f.h = 23;
+    f.radius = 3.0f;
+    f.repeat = true;
+    seeds.push_back(Session(f, true));
+    f.full = true;
+    f.blend_radius = 2.0f;
+    seeds.push_back(Session(f, false, true));
+
+    Writer out;
+    out.Byte(vantyx_fuzz::kHeaderFast);
+    SetSize(out, 10, 10);
+    f.w = f.h = 10;
+    f.full = false;
+    f.repeat = false;
+    Frame(out, f);
+    out.Byte(vantyx_fuzz::kOpRecreate);
+    SetSize(out, 10, 10);
+    Frame(out, f);
+    out.Byte(vantyx_fuzz::kOpReset);
+    Frame(out, f);  // refused: no size since the Reset
+    seeds.push_back(out.bytes);
+  }
+
+  // Size changes between frames.
+  {
+    Writer out;
+    out.Byte(0);
+    FrameSeed f;
+    for (int32_t s : {7, 40, 3, 64}) {
+      f.w = s;
+      f.h = 70 - s;
+      f.h = f.h > 64 ? 64 : f.h;
+      SetSize(out, f.w, f.h);
+      Frame(out, f);
+    }
+    seeds.push_back(out.bytes);
+  }
+
+  // Engine misuse around a live effect.
+  for (uint8_t kind = 0; kind < 5; ++kind) {
+    Writer out;
+    out.Byte(vantyx_fuzz::kHeaderFast);
+    out.Byte(vantyx_fuzz::kOpEngine);
+    out.Byte(kind);
+    out.Byte(kind);
+    SetSize(out, 6, 6);
+    FrameSeed f;
+    f.w = f.h = 6;
+    Frame(out, f);
+    seeds.push_back(out.bytes);
+  }
+
+  // Refusals to start from: NaN intensity, a bad size, a mismatched source.
+  {
+    FrameSeed f;
+    f.raw_intensity = true;
+    f.raw_intensity_bits = __builtin_nanf("");
+    seeds.push_back(Session(f, true));
+    Writer out;
+    out.Byte(0);
+    SetSize(out, 0, 9);
+    out.Byte(vantyx_fuzz::kOpSetSize);
+    out.Byte(vantyx_fuzz::kSideSpecial + 4);  // 1 << 30
+    out.Byte(2);
+    seeds.push_back(out.bytes);
+  }
+
+  // What the fuzzer found once, kept as seeds: a side of INT32_MAX (the aligned width
+  // overflowed), a 0 x 0 frame on an unsized effect, blend-blur radii far out of any range.
+  {
+    Writer out;
+    out.Byte(0);
+    out.Byte(vantyx_fuzz::kOpSetSize);
+    out.Byte(vantyx_fuzz::kSideSpecial + 8);  // INT32_MAX
+    out.Byte(1);
+    FrameSeed f;
+    f.w = f.h = 0;
+    Frame(out, f);
+    seeds.push_back(out.bytes);
+  }
+  for (float radius : {-2.0f, 1e30f, 1e9f}) {
+    FrameSeed f;
+    f.full = true;
+    f.w = 14;
+    f.h = 11;
+    f.blend_radius = radius;
+    f.output_mode = radius > 0.0f ? 1 : 2;
+    seeds.push_back(Session(f, radius > 1e20f));
+  }
+
+  int index = 0;
+  for (const auto& s : seeds)
+    if (!WriteFile(dir, index++, s)) {
+      std::fprintf(stderr, "cannot write into %s\n", dir.c_str());
+      return 1;
+    }
+  std::printf("wrote %d seeds to %s\n", index, dir.c_str());
+  return 0;
+}
