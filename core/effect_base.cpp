@@ -45,8 +45,10 @@ int32_t EffectBase::ResizeBuffers(int32_t width, int32_t height, const BufferSpe
     }
     if (rc < 0) {
       DebugLog(spec.message, static_cast<unsigned>(rc));
-      // Forget the size so that the same size asked again builds the buffers again.
+      // Forget the size, so that the same size asked again builds the buffers again, and give
+      // back every buffer: no frame can use them now.
       ClearSizes();
+      for (size_t j = 0; j < count; ++j) specs[j].buffer->data.reset();
       return rc;
     }
   }
@@ -65,6 +67,7 @@ int32_t EffectBase::ResizeBuffers(int32_t width, int32_t height, const BufferSpe
 void EffectBase::ClearSizes() {
   m_img_w = m_img_h = 0;
   m_aligned_img_w = m_aligned_img_h = 0;
+  m_scaled_img_w = m_scaled_img_h = 0;
 }
 
 int32_t EffectBase::CheckFrame(const ImageDesc& src, const ImageDesc& mask, const ImageDesc& dst,
