@@ -14,7 +14,7 @@ int32_t EffectBase::SetCpuInfo(const CpuInfo* info) {
   return VX_OK;
 }
 
-int32_t EffectBase::ResizeBuffers(int32_t width, int32_t height, const BufferSpec* specs,
+int32_t EffectBase::ResizeBuffers(int32_t width, int32_t height, const WorkingBuffer* buffers,
                                   size_t count, bool* resized) {
   *resized = false;
   if (width < 1 || height < 1) return VX_E_INVALIDARG;
@@ -28,34 +28,34 @@ int32_t EffectBase::ResizeBuffers(int32_t width, int32_t height, const BufferSpe
   m_scaled_img_h = ScaledSize(height, m_scale);
 
   for (size_t i = 0; i < count; ++i) {
-    const BufferSpec& spec = specs[i];
+    const WorkingBuffer& wanted = buffers[i];
     uint32_t w = 0;
     int32_t h = 0;
-    switch (spec.size) {
+    switch (wanted.size) {
       case BufferSize::kAligned: w = uint32_t(m_aligned_img_w); h = m_aligned_img_h; break;
       case BufferSize::kScaled: w = uint32_t(m_scaled_img_w); h = m_scaled_img_h; break;
       case BufferSize::kAlignedSquare: w = uint32_t(m_aligned_img_w); h = m_aligned_img_w; break;
     }
     int32_t rc;
     try {
-      rc = CreateSmartBufferData(spec.buffer, w, h, spec.format);
+      rc = CreateSmartBufferData(wanted.buffer, w, h, wanted.format);
     } catch (const std::bad_alloc&) {
       // An exception must not cross into the host: report it like any failed creation.
       rc = VX_E_OUTOFMEMORY;
     }
     if (rc < 0) {
-      DebugLog(spec.message, static_cast<unsigned>(rc));
+      DebugLog(wanted.message, static_cast<unsigned>(rc));
       // Forget the size, so that the same size asked again builds the buffers again, and give
       // back every buffer: no frame can use them now.
       ClearSizes();
-      for (size_t j = 0; j < count; ++j) specs[j].buffer->data.reset();
+      for (size_t j = 0; j < count; ++j) buffers[j].buffer->data.reset();
       return rc;
     }
   }
   for (size_t i = 0; i < count; ++i) {
-    SmartBuffer* b = specs[i].buffer;
+    SmartBuffer* b = buffers[i].buffer;
     if (b->data) std::memset(b->data.get(), 0, size_t(b->stride) * size_t(b->height));
-    if (specs[i].frame_logical) {
+    if (buffers[i].frame_logical) {
       b->width = uint32_t(m_img_w);
       b->height = m_img_h;
     }

@@ -23,7 +23,7 @@ enum class BufferSize {
   kAlignedSquare,  // m_aligned_img_w x m_aligned_img_w
 };
 
-struct BufferSpec {
+struct WorkingBuffer {
   SmartBuffer* buffer;
   BufferSize size;
   uint32_t format;
@@ -60,7 +60,7 @@ class EffectBase {
  protected:
   // SetImageSize's common steps: size check, same-size shortcut (*resized = false), sizes,
   // buffer creation in order with the failing buffer's message, clearing, logical sizes.
-  int32_t ResizeBuffers(int32_t width, int32_t height, const BufferSpec* specs, size_t count,
+  int32_t ResizeBuffers(int32_t width, int32_t height, const WorkingBuffer* buffers, size_t count,
                         bool* resized);
   // Back to the created state's sizes (Reset).
   void ClearSizes();

@@ -41,7 +41,7 @@ BlackMistEffect::Preset BlackMistEffect::PresetFor(int32_t strength) {
 }
 
 int32_t BlackMistEffect::SetImageSize(int32_t width, int32_t height) {
-  const BufferSpec buffers[] = {
+  const WorkingBuffer buffers[] = {
       {&m_scaled_hlr, BufferSize::kScaled, PIXEL_BGRA32, false,
        "[Vantyx] CreateSmartBufferData(m_scaled_hlr, m_scaled_img_w, m_scaled_img_h, PIXEL_BGRA32) Error! - Return Code: %x"},
       {&m_scaled_src, BufferSize::kScaled, PIXEL_BGRA32, false,
