@@ -86,10 +86,9 @@ void HsvToRgb(int32_t hue, int32_t saturation, int32_t value, int32_t* r, int32_
 }
 
 int32_t HighlightSoftFactor(float c, float luma, float threshold) {
-  // 1 - L is formed in double, so the whole product is evaluated in double and then stored
-  // as float; the comparison and the fade are float.
-  const double one_minus_l = 1.0 - luma;
-  const float q = static_cast<float>(2.0 * one_minus_l * one_minus_l * luma);
+  // Only 1 - L is formed in double; the knee itself is a float product, left to right.
+  const float f = static_cast<float>(1.0 - static_cast<double>(luma));
+  const float q = 2.0f * f * f * luma;
   const float above = luma - threshold;
   if (above >= q) return TruncToInt(c);
   return TruncToInt(above / q * c + 0.49f);

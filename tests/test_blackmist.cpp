@@ -333,6 +333,32 @@ TEST(BlackMistResult, MaskWeightsTheHighlight) {
   ExpectAll(dst, 0, 0, 0, 255);
 }
 
+// A flat frame whose knee lands next to an integer: the key keeps (56, 53, 123) only when the
+// knee term is a float product; the glow and the whole result follow from it.
+TEST(BlackMistResult, KneeOfAFlatFrame) {
+  Fixture f;
+  ASSERT_EQ(f.effect->SetImageSize(8, 8), VX_OK);
+  Image src(8, 8), dst(8, 8), key(4, 4);
+  for (int32_t y = 0; y < 8; ++y)
+    for (int32_t x = 0; x < 8; ++x) {
+      const uint8_t px[4] = {56, 53, 123, 255};
+      std::memcpy(src.Pixel(x, y), px, 4);
+    }
+  ASSERT_EQ(blackmist::detect_highlights_plain(src.View(), key.View(), nullptr, nullptr, 0, true,
+                                               ProcessRect{0, 0, 4, 4}),
+            VX_OK);
+  ExpectAll(key, 56, 53, 123, 255);
+
+  BlackMistParam p = Basic(src, dst, 1.0f, 0.0f, 0, 1);
+  ASSERT_EQ(f.effect->Process(&p), VX_OK);
+  ExpectAll(dst, 118, 112, 246, 255);
+
+  BlackMistFullParam full = FullOf(p, 8, 8);
+  full.output_mode = 0;
+  ASSERT_EQ(f.effect->ProcessFull(&full), VX_OK);
+  ExpectAll(dst, 81, 76, 240, 255);
+}
+
 TEST(BlackMistResult, RadiusZeroSkipsTheFirstBlur) {
   // A single bright pixel stays a single bright pixel in the half-size layer without a blur.
   Fixture f;

@@ -135,6 +135,25 @@ TEST(HighlightSoftFactor, KneeOnExactValues) {
   EXPECT_EQ(HighlightSoftFactor(42.0f, 1.0f, 0.5f), 42);
 }
 
+// Pixels where q = 2 f f L in float (f = 1 - L in double) and the same product taken whole in
+// double truncate to different bytes; worked by hand from the float arithmetic.
+TEST(HighlightSoftFactor, KneeInFloatAfterOneMinusLInDouble) {
+  struct Row {
+    int32_t b, g, r, threshold, channel, want;
+  };
+  const Row rows[] = {
+      {56, 53, 123, 0, 123, 123},    // q = 0.292646319f: 123.000008 (double form: 122)
+      {166, 48, 109, 16, 166, 139},
+      {59, 226, 135, 160, 226, 149},
+  };
+  for (const Row& row : rows) {
+    const float luma = float(38665 * row.g + 19660 * row.r + 7209 * row.b) / 65536.0f / 255.0f;
+    EXPECT_EQ(HighlightSoftFactor(float(row.channel), luma, float(row.threshold) / 255.0f),
+              row.want)
+        << row.b << "," << row.g << "," << row.r;
+  }
+}
+
 TEST(TemperatureFactors, KnownTemperatures) {
   float r, g, b;
   EXPECT_EQ(TemperatureFactors(6500.0f, &r, &g, &b), 0);
