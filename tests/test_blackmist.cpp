@@ -344,7 +344,7 @@ TEST(BlackMistResult, KneeOfAFlatFrame) {
       const uint8_t px[4] = {56, 53, 123, 255};
       std::memcpy(src.Pixel(x, y), px, 4);
     }
-  ASSERT_EQ(blackmist::detect_highlights_plain(src.View(), key.View(), nullptr, nullptr, 0, true,
+  ASSERT_EQ(detect_highlights_plain(src.View(), key.View(), nullptr, nullptr, 0, SaturationRule::kRescaleWhenLit,
                                                ProcessRect{0, 0, 4, 4}),
             VX_OK);
   ExpectAll(key, 56, 53, 123, 255);
