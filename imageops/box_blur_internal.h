@@ -81,6 +81,7 @@ class ColumnBoxStream {
   bool started_ = false;
   std::vector<const uint8_t*> rows_;
   std::vector<uint8_t> sums_;  // 16-bit or float lanes, 16-byte aligned inside
+  ByteDivisor divisor_;        // of the last count
 };
 
 }  // namespace detail

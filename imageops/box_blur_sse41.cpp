@@ -459,25 +459,33 @@ struct DivideBy {
   }
 };
 
-// Middle of a row (a full window of 2r - 1 everywhere): pixels [from, to), four per step.
+// Middle of a row (a full window of 2r - 1 everywhere): pixels [from, to), four per step, the
+// sums in 16-bit lanes (a window of at most 255 bytes sums to at most 65025). The four steps'
+// differences d = x[i + r - 1] - x[i - r] are summed as prefixes: [d0, d0 + d1] and
+// [d2, d2 + d3] per half, each added to the running sum of the pixel before.
 template <bool kExact>
 void BgraMiddle(const uint8_t* x, uint8_t* out, int32_t from, int32_t to, int32_t r, __m128i* sum,
                 const DivideBy& div) {
-  __m128i s = *sum;
+  const __m128i zero = _mm_setzero_si128();
+  __m128i s16 = _mm_packus_epi32(*sum, *sum);  // [S, S] of the pixel before `from`
   int32_t i = from;
   const uint8_t* in = x + 4 * (i + r - 1);
   const uint8_t* old = x + 4 * (i - r);
   for (; i + 4 <= to; i += 4, in += 16, old += 16) {
-    const __m128i s0 = _mm_add_epi32(s, _mm_sub_epi32(Widen(in), Widen(old)));
-    const __m128i s1 = _mm_add_epi32(s0, _mm_sub_epi32(Widen(in + 4), Widen(old + 4)));
-    const __m128i s2 = _mm_add_epi32(s1, _mm_sub_epi32(Widen(in + 8), Widen(old + 8)));
-    s = _mm_add_epi32(s2, _mm_sub_epi32(Widen(in + 12), Widen(old + 12)));
-    const __m128i q01 = div.Round<kExact>(_mm_packus_epi32(s0, s1));
-    const __m128i q23 = div.Round<kExact>(_mm_packus_epi32(s2, s));
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(old));
+    __m128i d01 = _mm_sub_epi16(_mm_unpacklo_epi8(a, zero), _mm_unpacklo_epi8(b, zero));
+    __m128i d23 = _mm_sub_epi16(_mm_unpackhi_epi8(a, zero), _mm_unpackhi_epi8(b, zero));
+    d01 = _mm_add_epi16(d01, _mm_slli_si128(d01, 8));
+    d23 = _mm_add_epi16(d23, _mm_slli_si128(d23, 8));
+    const __m128i s01 = _mm_add_epi16(s16, d01);
+    const __m128i s23 = _mm_add_epi16(_mm_unpackhi_epi64(s01, s01), d23);
+    s16 = _mm_unpackhi_epi64(s23, s23);
+    const __m128i q = _mm_packus_epi16(div.Round<kExact>(s01), div.Round<kExact>(s23));
     const __m128i orig = _mm_loadu_si128(reinterpret_cast<const __m128i*>(x + 4 * i));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4 * i),
-                     _mm_blendv_epi8(_mm_packus_epi16(q01, q23), orig, AlphaBytes()));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4 * i), _mm_blendv_epi8(q, orig, AlphaBytes()));
   }
+  __m128i s = _mm_cvtepu16_epi32(s16);
   const __m128 full = _mm_set1_ps(static_cast<float>(2 * r - 1));
   for (; i < to; ++i, in += 4, old += 4) {
     s = _mm_add_epi32(s, _mm_sub_epi32(Widen(in), Widen(old)));
@@ -486,43 +494,64 @@ void BgraMiddle(const uint8_t* x, uint8_t* out, int32_t from, int32_t to, int32_
   *sum = s;
 }
 
-// Column sums of 16-bit lanes: s += add - sub over `bytes` lanes (either row may be null).
-inline void UpdateSums16(uint16_t* s, const uint8_t* add, const uint8_t* sub, int32_t bytes) {
+// One output row of a vertical pass from 16-bit column sums: s += add - sub (either row may be
+// null), then the rounded quotients, alpha (every fourth byte) from `alpha_row`.
+template <bool kAdd, bool kSub, bool kExact>
+void ColumnRow16(uint16_t* s, const uint8_t* add, const uint8_t* sub, const uint8_t* alpha_row,
+                 uint8_t* out, int32_t bytes, const DivideBy& div) {
   const __m128i zero = _mm_setzero_si128();
   int32_t k = 0;
   for (; k + 16 <= bytes; k += 16) {
     __m128i lo = _mm_load_si128(reinterpret_cast<const __m128i*>(s + k));
     __m128i hi = _mm_load_si128(reinterpret_cast<const __m128i*>(s + k + 8));
-    if (add) {
+    if (kAdd) {
       const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(add + k));
       lo = _mm_add_epi16(lo, _mm_unpacklo_epi8(a, zero));
       hi = _mm_add_epi16(hi, _mm_unpackhi_epi8(a, zero));
     }
-    if (sub) {
+    if (kSub) {
       const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sub + k));
       lo = _mm_sub_epi16(lo, _mm_unpacklo_epi8(b, zero));
       hi = _mm_sub_epi16(hi, _mm_unpackhi_epi8(b, zero));
     }
-    _mm_store_si128(reinterpret_cast<__m128i*>(s + k), lo);
-    _mm_store_si128(reinterpret_cast<__m128i*>(s + k + 8), hi);
+    if (kAdd || kSub) {
+      _mm_store_si128(reinterpret_cast<__m128i*>(s + k), lo);
+      _mm_store_si128(reinterpret_cast<__m128i*>(s + k + 8), hi);
+    }
+    const __m128i q = _mm_packus_epi16(div.Round<kExact>(lo), div.Round<kExact>(hi));
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(alpha_row + k));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + k), _mm_blendv_epi8(q, a, AlphaBytes()));
   }
-  for (; k < bytes; ++k) s[k] = static_cast<uint16_t>(s[k] + (add ? add[k] : 0) - (sub ? sub[k] : 0));
+  for (; k < bytes; ++k) {
+    s[k] = static_cast<uint16_t>(s[k] + (kAdd ? add[k] : 0) - (kSub ? sub[k] : 0));
+    out[k] = (k & 3) == 3 ? alpha_row[k] : static_cast<uint8_t>((s[k] + div.d.half) / div.d.count);
+  }
 }
 
-// Output bytes from 16-bit sums; alpha (every fourth byte) from `alpha_row`.
 template <bool kExact>
-void RoundRow16(const uint16_t* s, const uint8_t* alpha_row, uint8_t* out, int32_t bytes,
-                const DivideBy& div) {
+void ColumnRow16Any(uint16_t* s, const uint8_t* add, const uint8_t* sub, const uint8_t* alpha_row,
+                    uint8_t* out, int32_t bytes, const DivideBy& div) {
+  if (add && sub)
+    ColumnRow16<true, true, kExact>(s, add, sub, alpha_row, out, bytes, div);
+  else if (add)
+    ColumnRow16<true, false, kExact>(s, add, sub, alpha_row, out, bytes, div);
+  else if (sub)
+    ColumnRow16<false, true, kExact>(s, add, sub, alpha_row, out, bytes, div);
+  else
+    ColumnRow16<false, false, kExact>(s, add, sub, alpha_row, out, bytes, div);
+}
+
+// Sums of 16-bit lanes += the bytes of `row`.
+void AddRow16(uint16_t* s, const uint8_t* row, int32_t bytes) {
+  const __m128i zero = _mm_setzero_si128();
   int32_t k = 0;
   for (; k + 16 <= bytes; k += 16) {
-    const __m128i lo = div.Round<kExact>(_mm_load_si128(reinterpret_cast<const __m128i*>(s + k)));
-    const __m128i hi = div.Round<kExact>(_mm_load_si128(reinterpret_cast<const __m128i*>(s + k + 8)));
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(alpha_row + k));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + k),
-                     _mm_blendv_epi8(_mm_packus_epi16(lo, hi), a, AlphaBytes()));
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + k));
+    __m128i* lo = reinterpret_cast<__m128i*>(s + k);
+    _mm_store_si128(lo, _mm_add_epi16(_mm_load_si128(lo), _mm_unpacklo_epi8(a, zero)));
+    _mm_store_si128(lo + 1, _mm_add_epi16(_mm_load_si128(lo + 1), _mm_unpackhi_epi8(a, zero)));
   }
-  for (; k < bytes; ++k)
-    out[k] = (k & 3) == 3 ? alpha_row[k] : static_cast<uint8_t>((s[k] + div.d.half) / div.d.count);
+  for (; k < bytes; ++k) s[k] = static_cast<uint16_t>(s[k] + row[k]);
 }
 
 template <class T>
@@ -646,15 +675,14 @@ void ColumnBoxStream::EmitSse41(uint8_t* out) {
     std::memset(s, 0, static_cast<size_t>(row_bytes_) * 2);
     const int32_t lo = static_cast<int32_t>(std::max<int64_t>(0, j - rr + 1));
     const int32_t hi = static_cast<int32_t>(std::min<int64_t>(n_ - 1, j + rr - 1));
-    for (int32_t t = lo; t <= hi; ++t) UpdateSums16(s, Row(t), nullptr, row_bytes_);
-  } else {
-    UpdateSums16(s, add, sub, row_bytes_);
+    for (int32_t t = lo; t <= hi; ++t) AddRow16(s, Row(t), row_bytes_);
   }
-  const DivideBy div(MakeByteDivisor(count));
+  if (divisor_.count != count) divisor_ = MakeByteDivisor(count);
+  const DivideBy div(divisor_);
   if (div.d.shift >= 0)
-    RoundRow16<true>(s, Row(j), out, row_bytes_, div);
+    ColumnRow16Any<true>(s, add, sub, Row(j), out, row_bytes_, div);
   else
-    RoundRow16<false>(s, Row(j), out, row_bytes_, div);
+    ColumnRow16Any<false>(s, add, sub, Row(j), out, row_bytes_, div);
 }
 
 void BoxBlurRoundBytesSse41(const float* q, int32_t* out, size_t count) {
