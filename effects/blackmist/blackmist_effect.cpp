@@ -30,11 +30,12 @@ int32_t ToneMapRow(const void* lut, uint8_t* row, int32_t pixels) {
 
 struct Tint {
   float amount, hue, brightness;
+  int32_t level;
 };
 int32_t TintRow(const void* ctx, uint8_t* row, int32_t pixels) {
   const Tint& t = *static_cast<const Tint*>(ctx);
-  return blackmist::adjust_color_plain(PixelRow(row, pixels), t.amount, t.hue, t.brightness,
-                                       PixelRowRect(pixels));
+  return blackmist::adjust_color(PixelRow(row, pixels), t.amount, t.hue, t.brightness,
+                                 PixelRowRect(pixels), t.level);
 }
 
 struct Weights {
@@ -200,7 +201,7 @@ int32_t BlackMistEffect::Run() {
   spec.light_k = kLightCurve;
   spec.soft_blur_plain = true;
 
-  const Tint tint{m_tint_amount, m_tint_hue, m_tint_brightness};
+  const Tint tint{m_tint_amount, m_tint_hue, m_tint_brightness, cpu.simd_level};
   if (!(m_tint_amount == 0.0f && m_tint_hue == 0.0f && m_tint_brightness == 1.0f))
     spec.colour = RowStage{"adjust color", &TintRow, &tint};
   if (m_use_tone_mapping) spec.base[0] = RowStage{"apply tone-mapping", &ToneMapRow, m_tone_lut.get()};
