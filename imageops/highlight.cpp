@@ -74,9 +74,14 @@ void HighlightKeyRow(const uint8_t* src_row, uint8_t* out, int32_t x_begin, int3
   }
 }
 
-int32_t detect_highlights_plain(const ImageView& src, const ImageView& dst, const ImageView* mask,
-                                const MaskMap* map, uint32_t threshold, SaturationRule rule,
-                                const ProcessRect& strip) {
+namespace {
+
+using KeyRowFn = void (*)(const uint8_t*, uint8_t*, int32_t, int32_t, const uint8_t*, const MaskMap*,
+                          uint32_t, SaturationRule);
+
+int32_t DetectHighlights(KeyRowFn row, const ImageView& src, const ImageView& dst,
+                         const ImageView* mask, const MaskMap* map, uint32_t threshold,
+                         SaturationRule rule, const ProcessRect& strip) {
   if (!src.data || !dst.data || (mask && (!mask->data || !map))) return VX_E_POINTER;
   if (src.format != PIXEL_BGRA32 || dst.format != PIXEL_BGRA32 ||
       (mask && mask->format != PIXEL_GRAY8))
@@ -89,10 +94,25 @@ int32_t detect_highlights_plain(const ImageView& src, const ImageView& dst, cons
   if (area.Empty()) return VX_OK;
   for (int32_t y = area.top; y < area.bottom; ++y) {
     const uint8_t* mask_row = mask ? mask->Row(map->y0[size_t(y)]) : nullptr;
-    HighlightKeyRow(src.At(src.Left(), y), dst.At(area.left, y), area.left - src.Left(),
-                    area.right - src.Left(), mask_row, map, threshold, rule);
+    row(src.At(src.Left(), y), dst.At(area.left, y), area.left - src.Left(),
+        area.right - src.Left(), mask_row, map, threshold, rule);
   }
   return VX_OK;
+}
+
+}  // namespace
+
+int32_t detect_highlights_plain(const ImageView& src, const ImageView& dst, const ImageView* mask,
+                                const MaskMap* map, uint32_t threshold, SaturationRule rule,
+                                const ProcessRect& strip) {
+  return DetectHighlights(&HighlightKeyRow, src, dst, mask, map, threshold, rule, strip);
+}
+
+int32_t detect_highlights(const ImageView& src, const ImageView& dst, const ImageView* mask,
+                          const MaskMap* map, uint32_t threshold, SaturationRule rule,
+                          const ProcessRect& strip, int32_t simd_level) {
+  return DetectHighlights(simd_level >= SIMD_SSE41 ? &HighlightKeyRowSse41 : &HighlightKeyRow,
+                          src, dst, mask, map, threshold, rule, strip);
 }
 
 namespace {

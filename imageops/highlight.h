@@ -25,7 +25,10 @@ enum class SaturationRule { kNone, kRescaleWhenLit, kRescaleWhenBrighter };
 
 // "detect hlr": src -> dst (both BGRA32, scaled size). With a mask (GRAY8, frame size, read
 // through `map`): colour = max(src - T, 0) x mask / 256. Without: the luma key with its knee
-// and the saturation rule. Alpha copied.
+// and the saturation rule. Alpha copied. Plain below level 5, fast from 5.
+int32_t detect_highlights(const ImageView& src, const ImageView& dst, const ImageView* mask,
+                          const MaskMap* map, uint32_t threshold, SaturationRule rule,
+                          const ProcessRect& strip, int32_t simd_level);
 int32_t detect_highlights_plain(const ImageView& src, const ImageView& dst, const ImageView* mask,
                                 const MaskMap* map, uint32_t threshold, SaturationRule rule,
                                 const ProcessRect& strip);
@@ -35,6 +38,9 @@ int32_t detect_highlights_plain(const ImageView& src, const ImageView& dst, cons
 void HighlightKeyRow(const uint8_t* src_row, uint8_t* out, int32_t x_begin, int32_t x_end,
                      const uint8_t* mask_row, const MaskMap* map, uint32_t threshold,
                      SaturationRule rule);
+void HighlightKeyRowSse41(const uint8_t* src_row, uint8_t* out, int32_t x_begin, int32_t x_end,
+                          const uint8_t* mask_row, const MaskMap* map, uint32_t threshold,
+                          SaturationRule rule);
 
 // "adjust light": each float value c of a FLOAT96 image becomes
 // gain x (z + 1) / 2 with y = 2c - 1, z = (y - y k) / (k - 2|y| k + 1).

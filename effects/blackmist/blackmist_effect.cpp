@@ -31,11 +31,12 @@ int32_t ToneMapRow(const void* lut, uint8_t* row, int32_t pixels) {
 struct Tint {
   float amount, hue, brightness;
   int32_t level;
+  blackmist::TintTable table;  // of (amount, hue), built once a frame for the fast form
 };
 int32_t TintRow(const void* ctx, uint8_t* row, int32_t pixels) {
   const Tint& t = *static_cast<const Tint*>(ctx);
   return blackmist::adjust_color(PixelRow(row, pixels), t.amount, t.hue, t.brightness,
-                                 PixelRowRect(pixels), t.level);
+                                 PixelRowRect(pixels), t.level, &t.table);
 }
 
 struct Weights {
@@ -201,9 +202,11 @@ int32_t BlackMistEffect::Run() {
   spec.light_k = kLightCurve;
   spec.soft_blur_plain = true;
 
-  const Tint tint{m_tint_amount, m_tint_hue, m_tint_brightness, cpu.simd_level};
-  if (!(m_tint_amount == 0.0f && m_tint_hue == 0.0f && m_tint_brightness == 1.0f))
+  Tint tint{m_tint_amount, m_tint_hue, m_tint_brightness, cpu.simd_level, {}};
+  if (!(m_tint_amount == 0.0f && m_tint_hue == 0.0f && m_tint_brightness == 1.0f)) {
+    if (Fast()) blackmist::BuildTintTable(m_tint_amount, m_tint_hue, &tint.table);
     spec.colour = RowStage{"adjust color", &TintRow, &tint};
+  }
   if (m_use_tone_mapping) spec.base[0] = RowStage{"apply tone-mapping", &ToneMapRow, m_tone_lut.get()};
   spec.blend_index = BlendIndexForMode(m_blend_mode);
   spec.opacity = m_blend_opacity;

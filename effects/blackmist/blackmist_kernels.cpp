@@ -18,8 +18,8 @@ void BuildTintTable(float amount, float hue, TintTable* table) {
 }
 
 int32_t adjust_color(const ImageView& img, float amount, float hue, float brightness,
-                     const ProcessRect& strip, int32_t simd_level) {
-  return simd_level >= SIMD_SSE41 ? adjust_color_sse41(img, amount, hue, brightness, strip)
+                     const ProcessRect& strip, int32_t simd_level, const TintTable* table) {
+  return simd_level >= SIMD_SSE41 ? adjust_color_sse41(img, amount, hue, brightness, strip, table)
                                   : adjust_color_plain(img, amount, hue, brightness, strip);
 }
 

@@ -50,7 +50,7 @@ int32_t GlowEffect::Staged(const GlowSpec& spec) {
     const ImageView from = ViewOf(m_scaled_src), to = ViewOf(m_scaled_hlr), mask = MaskView();
     const ImageView* mask_view = HasMask() ? &mask : nullptr;
     VANTYX_STAGE(RunStage("detect hlr", scaled, Split::kRows, [&](const ProcessRect& s) {
-      return detect_highlights_plain(from, to, mask_view, &m_mask_map, spec.threshold, spec.rule, s);
+      return detect_highlights(from, to, mask_view, &m_mask_map, spec.threshold, spec.rule, s, simd);
     }));
   }
   const int32_t soften = StagedSoften(spec);
@@ -337,7 +337,7 @@ int32_t GlowEffect::HalfSizeRows(const GlowSpec& spec, const ProcessRect& strip,
       s.resample.RowSse41(y + k, down);
       uint8_t* key = hlr.Row(y + k);
       const uint8_t* mask_row = HasMask() ? mask.Row(m_mask_map.y0[size_t(y + k)]) : nullptr;
-      HighlightKeyRow(down, key, 0, sw, mask_row, &m_mask_map, spec.threshold, spec.rule);
+      HighlightKeyRowSse41(down, key, 0, sw, mask_row, &m_mask_map, spec.threshold, spec.rule);
       if (r <= 0) {
         for (int32_t i = 0; i < sw; ++i)
           for (int c = 0; c < 3; ++c) key[4 * i + c] = glow[key[4 * i + c]];
