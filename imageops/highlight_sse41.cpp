@@ -51,6 +51,10 @@ inline void Key4(const uint8_t* s, uint8_t* d, const int32_t* mask, const KeyCon
     const __m128 luma =
         _mm_div_ps(_mm_mul_ps(_mm_cvtepi32_ps(sum), _mm_set1_ps(1.0f / 65536.0f)), _mm_set1_ps(255.0f));
     const __m128i lit = _mm_castps_si128(_mm_cmpge_ps(luma, k.t));
+    if (_mm_testz_si128(lit, lit)) {  // all four below the threshold: black, alpha kept
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_andnot_si128(Set(0xFFFFFF), v));
+      return;
+    }
     const __m128 f = _mm_sub_ps(_mm_set1_ps(1.0f), luma);
     const __m128 q = _mm_mul_ps(_mm_mul_ps(_mm_mul_ps(_mm_set1_ps(2.0f), f), f), luma);
     const __m128 above = _mm_sub_ps(luma, k.t);
