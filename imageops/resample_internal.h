@@ -58,6 +58,7 @@ class ResampleRowsU8 {
   std::vector<int32_t> off0_, off1_;  // byte offsets of each column's two source pixels
   std::vector<int16_t> frac2_;        // 2 x fraction, once per channel
   int32_t halving_from_ = -1;         // first source pixel when every column halves a pair
+  std::vector<uint8_t> doubling_;     // per group of four columns: they enlarge a run twice
   std::vector<uint8_t> rows_[2];      // horizontal passes of two source rows
   int32_t row_of_[2] = {-1, -1};
   int32_t next_slot_ = 0;

@@ -70,7 +70,18 @@ const uint8_t* ResampleRowsU8::HorizontalSse41(int32_t src_row) {
       Store(out + 4 * x, FloorAverage(_mm_unpacklo_epi64(a, b), _mm_unpackhi_epi64(a, b)));
     }
   }
+  const __m128i doubling_f01 = _mm_setr_epi16(384, 384, 384, 384, 128, 128, 128, 128);
   for (; x + 4 <= n; x += 4) {
+    if (doubling_[size_t(x) / 4]) {
+      const __m128i run = Load(row + off0_[size_t(x)]);
+      const __m128i a = _mm_shuffle_epi32(run, _MM_SHUFFLE(2, 1, 1, 0));
+      const __m128i b = _mm_shuffle_epi32(run, _MM_SHUFFLE(3, 2, 2, 1));
+      const __m128i zero = _mm_setzero_si128();
+      const __m128i lo = Lerp(_mm_cvtepu8_epi16(a), _mm_cvtepu8_epi16(b), doubling_f01);
+      const __m128i hi = Lerp(_mm_unpackhi_epi8(a, zero), _mm_unpackhi_epi8(b, zero), doubling_f01);
+      Store(out + 4 * x, _mm_packus_epi16(lo, hi));
+      continue;
+    }
     const __m128i f01 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(&frac2_[size_t(x) * 4]));
     const __m128i f23 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(&frac2_[size_t(x) * 4 + 8]));
     const int32_t* o0 = &off0_[size_t(x)];
