@@ -54,15 +54,18 @@ double Top(const PluginParam& param, const OptionSpec& option, const FrameContex
 std::string Explain(const OptionSpec& option, ParamKind kind, double editor_max) {
   std::string text = option.help;
   if (kind == ParamKind::kChoice) {
-    text += ": ";
+    text += " (";
     const int32_t n = ChoiceCount(option);
     for (int32_t i = 0; i < n; ++i)
       text += std::string(i == 0 ? "" : i + 1 == n ? " or " : ", ") + option.choices[i];
+    text += ", or 0.." + Number(n - 1) + ")";
   } else if (kind == ParamKind::kScaled) {
     const std::string top = option.frame_max     ? option.max_text
                             : std::isinf(option.max) ? Number(editor_max)
                                                      : Number(option.max);
-    text += " (0..1 is " + Number(option.min) + ".." + top + (IsInteger(option) ? ", rounded)" : ")");
+    if (IsInteger(option) || option.min != 0.0 || top != "1")
+      text += " (0..1 spans " + Number(option.min) + ".." + top +
+              (IsInteger(option) ? ", rounded)" : ")");
   }
   return text;
 }
