@@ -35,14 +35,9 @@ PluginInstance::PluginInstance(const PluginDesc& desc, uint32_t width, uint32_t 
   }
 
   std::string error;
-  if (width > 65535 || height > 65535) {
-    Fail("frame size " + std::to_string(width) + "x" + std::to_string(height) + " is too large");
-  } else if (!m_runner.Open(m_effect, &error) ||
-             !m_runner.SetImageSize(int32_t(width), int32_t(height), &error)) {
-    Fail(error);
-  } else {
-    m_ready = true;
-  }
+  m_ready = m_runner.Open(m_effect, &error) &&
+            m_runner.SetImageSize(int32_t(width), int32_t(height), &error);
+  if (!m_ready) Fail(error);
 }
 
 void PluginInstance::SetParam(int32_t index, const void* param) {
