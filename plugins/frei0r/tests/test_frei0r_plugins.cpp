@@ -120,6 +120,7 @@ TEST(Frei0rPlugins, BlackMistHostValuesMapToToolOptions) {
       {{"blend-mode", 0.25, nullptr}, {"--blend-mode", "7"}},
       {{"output-mode", 0, "glow"}, {"--output-mode", "glow"}},
       {{"output-mode", 0, "1"}, {"--output-mode", "blurred"}},
+      {{"output-mode", 0, "-5"}, {"--output-mode", "glow"}},
       {{"output-mode", 0, "bogus"}, {}},
       {{"tint-amount", 4.0, nullptr}, {"--tint-amount", "1"}},
       {{"tint-hue", nan, nullptr}, {}},
