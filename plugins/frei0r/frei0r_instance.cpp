@@ -49,7 +49,7 @@ void PluginInstance::SetParam(int32_t index, const void* param) {
     const char* text = *static_cast<const char* const*>(param);
     if (!OptionFromText(p, m_effect, text, &value)) {
       LogOnce(m_desc.name + ": " + option.name + ": '" + (text ? text : "(null)") +
-              "' is not a name or a number of the list; kept '" + m_text[size_t(index)] + "'");
+              "' is none of its names or numbers; kept '" + m_text[size_t(index)] + "'");
       return;
     }
     m_text[size_t(index)] = option.choices[int32_t(value)];
