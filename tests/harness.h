@@ -66,6 +66,7 @@ class Draws {
 class Case : public Draws {
  public:
   Case(std::vector<Image>* images, int32_t origin_x, int32_t origin_y, bool fast, uint32_t seed);
+  size_t Count() const { return images_->size(); }
   ImageView View(size_t i) const;    // image i, placed at the case's stage origin
   ProcessRect Area(size_t i) const;  // image i's pixels in stage coordinates
   template <class F>
