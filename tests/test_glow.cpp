@@ -21,15 +21,17 @@ namespace {
 
 using test::Image;
 
-// Every parameter the glow passes branch on, past the checked ranges where nothing checks them:
-// an opacity of 0 (the blur then works on the destination's own bytes), weights of any sign,
-// blend radii of none, one, longer than the frame, past the fused passes' limit and negative,
-// an unknown blend mode.
-BlackMistFullParam DrawFull(test::Frame& f) {
+// The frames' parameters. The blurred blend: output modes 1 and 2, blend radii of 2 to 24 (the
+// rows of neighbouring strips in every window), a half-size blur, an opacity of 0 on some
+// frames (the blur then works on the destination's own bytes), weights of any sign. The other
+// kind: every output mode, blend radii of none, one, negative and, on the large frame, past the
+// fused passes' limit, and an unknown blend mode.
+BlackMistFullParam DrawFull(test::Frame& f, bool blurred_blend) {
+  const float max_radius = float(std::max(f.width, f.height) / 8);
   BlackMistFullParam p{};
   f.Place(p);
   p.light_intensity = f.Float(0, 2);
-  p.soft_radius = f.Pick({0, 1}) ? f.Float(0, float(std::max(f.width, f.height) / 8)) : 0.0f;
+  p.soft_radius = blurred_blend ? f.Float(max_radius / 2, max_radius) : f.Float(0, max_radius);
   p.hlr_threshold = uint32_t(f.Int(0, 255));
   p.tint_amount = f.Pick({0, 1}) ? f.Float(0, 1.5f) : 0.0f;
   p.tint_hue = f.Float(0, 1);
@@ -39,18 +41,24 @@ BlackMistFullParam DrawFull(test::Frame& f) {
   p.weight_src = f.Float(-1.2f, 2.2f);
   p.use_tone_mapping = uint8_t(f.Int(0, 1));
   p.keep_saturation = uint8_t(f.Int(0, 1));
-  p.blur_blended = uint8_t(f.Pick({0, 1, 1, 1}));
-  const float radii[] = {0.0f, 1.0f, 2.5f, f.Float(2, 40), 400.0f, 140.0f, -3.0f};
-  p.blend_blur_radius = radii[f.Int(0, 6)];
-  p.blend_mode = f.Pick({f.Int(0, 28), f.Int(0, 28), 29});
-  p.output_mode = f.Int(0, 3);
   p.strength = f.Int(-1, 4);
+  if (blurred_blend) {
+    p.blur_blended = 1;
+    p.blend_blur_radius = f.Float(2, 24);
+    p.blend_mode = f.Int(0, 28);
+    p.output_mode = f.Pick({1, 2});
+  } else {
+    p.blur_blended = uint8_t(f.Int(0, 1));
+    p.blend_blur_radius = f.width > 1000 ? 140.0f : float(f.Pick({0, 1, 400, -3}));
+    p.blend_mode = f.Pick({f.Int(0, 28), 29});
+    p.output_mode = f.Int(0, 3);
+  }
   return p;
 }
 
 // One frame's call on its own pool of `workers` (0: the harness's pool), fused or not.
 int32_t RunFull(CThreadPool* pool, const CpuInfo& cpu, test::Frame& f, int32_t workers, bool fused,
-                const std::function<void(BlackMistFullParam&)>& adjust = nullptr) {
+                bool blurred_blend, const std::function<void(BlackMistFullParam&)>& adjust = nullptr) {
   CThreadPool own;
   if (workers > 0) own.Create(workers);
   BlackMistEffect effect(workers > 0 ? &own : pool);
@@ -58,7 +66,7 @@ int32_t RunFull(CThreadPool* pool, const CpuInfo& cpu, test::Frame& f, int32_t w
   effect.UseFusedPasses(fused);
   const int32_t rc = effect.SetImageSize(f.width, f.height);
   if (rc < 0) return rc;
-  BlackMistFullParam p = DrawFull(f);
+  BlackMistFullParam p = DrawFull(f, blurred_blend);
   if (adjust) adjust(p);
   return effect.ProcessFull(&p);
 }
@@ -75,11 +83,10 @@ int32_t RunOwnDestination(CThreadPool* pool, const CpuInfo& cpu, test::Frame& f,
   else own.FillRandom(7);
   ImageDesc src = f.src;
   if (kind == 2) src.data = own.bytes.data(), src.stride = uint32_t(own.stride);
-  const int32_t rc = RunFull(pool, cpu, f, 0, true, [&](BlackMistFullParam& p) {
+  const int32_t rc = RunFull(pool, cpu, f, 0, true, true, [&](BlackMistFullParam& p) {
     p.src = src;
     p.dst = own.Desc();
     p.process_rect = rect;
-    if (kind == 2) p.blur_blended = 1, p.output_mode = 2, p.blend_blur_radius = 9.0f;
   });
   const size_t row = std::min<size_t>(size_t(own.stride), size_t(f.dst.width) * 4);
   for (int32_t y = 0; y < std::min<int32_t>(own.height, int32_t(f.dst.height)); ++y)
@@ -87,18 +94,21 @@ int32_t RunOwnDestination(CThreadPool* pool, const CpuInfo& cpu, test::Frame& f,
   return rc;
 }
 
-// Fused from level 5, stage by stage below it (and in the second row at every level): the same
-// codes and bytes with 1, 3 and 8 workers (the first row draws a pool of one worker on some
+// Fused from level 5, stage by stage below it (and in the third row at every level): the same
+// codes and bytes with 1, 3 and 8 workers (the fused rows draw a pool of one worker on some
 // frames, at every level).
 TEST(GlowFused, SameBytesAsStageByStage) {
   using test::EffectRow;
   using test::Frame;
   test::ExpectEffectRunsAgree({
-      EffectRow{"fused", [](CThreadPool* pool, const CpuInfo& c, Frame& f) {
-                  return RunFull(pool, c, f, f.Pick({0, 1}), true);
+      EffectRow{"fused, blurred blend", [](CThreadPool* pool, const CpuInfo& c, Frame& f) {
+                  return RunFull(pool, c, f, f.Pick({0, 0, 1}), true, true);
+                }},
+      EffectRow{"fused, every mode and radius", [](CThreadPool* pool, const CpuInfo& c, Frame& f) {
+                  return RunFull(pool, c, f, f.Pick({0, 0, 1}), true, false);
                 }},
       EffectRow{"stage by stage", [](CThreadPool* pool, const CpuInfo& c, Frame& f) {
-                  return RunFull(pool, c, f, 0, false);
+                  return RunFull(pool, c, f, 0, false, true);
                 }},
       EffectRow{"own destination", [](CThreadPool* pool, const CpuInfo& c, Frame& f) {
                   return RunOwnDestination(pool, c, f, f.Int(0, 2));
