@@ -12,6 +12,7 @@
 #include "effects/blackmist/blackmist_effect.h"
 #include "harness.h"
 #include "effects/blackmist/blackmist_kernels.h"
+#include "imageops/box_blur.h"
 #include "imageops/box_blur_internal.h"
 #include "imageops/highlight.h"
 #include "test_support.h"
@@ -173,6 +174,68 @@ TEST(GlowFused, HandPickedRecordsFusedOrNot) {
     EXPECT_EQ(runs[1].log, runs[0].log) << where;
     EXPECT_TRUE(runs[1].dst == runs[0].dst) << where;
   }
+}
+
+// The fused passes' blurs, both passes of a direction at once, against two plain passes: along
+// rows one row at a time, down columns streamed through rings of rows (floats in the plain
+// form's order, bytes in 16-bit sums).
+int32_t TwoPasses(test::Case& c, bool rows) {
+  const ImageView img = c.View(0);
+  const ProcessRect a = c.Area(0);
+  const int32_t n = int32_t(rows ? a.right - a.left : a.bottom - a.top);
+  // Byte sums stay within 16 bits up to windows of 257 (the fused passes keep r <= 128).
+  const int32_t drawn = c.Pick({1, 2, 3, 8, n / 2 + 1, n, c.Int(1, 128)});
+  const int32_t r = img.format == PIXEL_FLOAT96 ? drawn : std::min(drawn, 128);
+  if (!c.Fast()) {
+    for (int pass = 0; pass < 2; ++pass)
+      if (const int32_t rc = (rows ? box_blur_rows_plain : box_blur_cols_plain)(img, nullptr, r, c.strip)) return rc;
+    return 0;
+  }
+  const Area s = Clip(AreaOf(c.strip), img);
+  if (s.Empty()) return 0;
+  const bool floats = img.format == PIXEL_FLOAT96;
+  const int32_t w = s.right - s.left, h = s.bottom - s.top, bytes = w * (floats ? 12 : 4);
+  if (rows) {
+    std::vector<float> x(size_t(w) * 3 + 1), y(size_t(w) * 3 + 1);
+    for (int32_t row = s.top; row < s.bottom; ++row) {
+      uint8_t* p = img.At(s.left, row);
+      uint8_t* mid = reinterpret_cast<uint8_t*>(y.data());
+      std::memcpy(x.data(), p, size_t(bytes));
+      const float *xp = x.data(), *yp = y.data();
+      if (floats) {
+        detail::BoxBlurF96RowsSse41(&mid, &xp, 1, w, r);
+        detail::BoxBlurF96RowsSse41(&p, &yp, 1, w, r);
+      } else {
+        detail::BoxBlurBgraRowSse41(p, mid, w, r);
+        detail::BoxBlurBgraRowSse41(mid, p, w, r);
+      }
+    }
+    return 0;
+  }
+  detail::ColumnBoxStream first, second;
+  first.Init(floats, h, r, 0, h, bytes);
+  second.Init(floats, h, r, 0, h, bytes);
+  std::vector<uint8_t> ring(size_t(second.Capacity()) * size_t(bytes)), out(size_t(h) * size_t(bytes));
+  for (int32_t i = 0; i < h; ++i) {
+    first.Push(i, img.At(s.left, s.top + i));
+    for (int32_t j; (j = first.Ready()) >= 0;) {
+      uint8_t* v = ring.data() + size_t(j % second.Capacity()) * size_t(bytes);
+      first.EmitSse41(v);
+      second.Push(j, v);
+      for (int32_t k; (k = second.Ready()) >= 0;) second.EmitSse41(out.data() + size_t(k) * size_t(bytes));
+    }
+  }
+  for (int32_t i = 0; i < h; ++i)
+    std::memcpy(img.At(s.left, s.top + i), out.data() + size_t(i) * size_t(bytes), size_t(bytes));
+  return 0;
+}
+
+TEST(GlowKernels, BothBlurPassesAtOnceMatchTwoPlainPasses) {
+  const std::vector<uint32_t> formats = {PIXEL_BGRA32, PIXEL_FLOAT96};
+  test::ExpectFormsAgree(
+      {test::KernelRow("rows, twice", {formats}, [](test::Case& c) { return TwoPasses(c, true); }),
+       test::KernelRow("columns, twice", {formats}, [](test::Case& c) { return TwoPasses(c, false); })
+           .Columns()});
 }
 
 // Every `step`-th colour once, 4096 to a row (alpha varies too).
