@@ -24,6 +24,8 @@ using hsv_sse41::Set;
 inline void TintFour(uint8_t* px, const TintTable& table, __m128 keep, __m128 amount,
                      __m128 brightness) {
   const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(px));
+  // Black stays black: its tint colour (value 0) is black, and so is every step after.
+  if (_mm_testz_si128(v, Set(0xFFFFFF))) return;
   const __m128i byte = Set(0xFF);
   __m128i c[3] = {_mm_and_si128(_mm_srli_epi32(v, 16), byte),  // r, g, b
                   _mm_and_si128(_mm_srli_epi32(v, 8), byte), _mm_and_si128(v, byte)};
