@@ -196,11 +196,11 @@ int32_t HalationEffect::Pipeline() {
   VANTYX_STAGE(RunStage("copy src", frame, Split::kRows,
                         [&](const ProcessRect& s) { return copy_block(src, highlight, s); }));
   VANTYX_STAGE(RunStage("luma keyer", frame, Split::kRows, [&](const ProcessRect& s) {
-    return key_luma_plain(src, highlight, key_t, gain, s);
+    return key_luma(src, highlight, key_t, gain, s, simd);
   }));
   if (view == 0) VANTYX_STAGE(Show("See highlight as the result", m_adjusted_src, 0));
   VANTYX_STAGE(RunStage("midtone extraction", frame, Split::kRows, [&](const ProcessRect& s) {
-    return extract_midtone_plain(src, midtone, mid_t, s);
+    return extract_midtone(src, midtone, mid_t, s, simd);
   }));
   if (view == 6) VANTYX_STAGE(Show("See blurry red as the result", m_luma_output, 0));
   VANTYX_STAGE(RunStage(
@@ -241,12 +241,12 @@ int32_t HalationEffect::Pipeline() {
   }
   VANTYX_STAGE(Resize("upsampling hlr", m_scaled_hlr, m_adjusted_src));
   VANTYX_STAGE(RunStage("compare two masks", frame, Split::kRows, [&](const ProcessRect& s) {
-    return compare_masks_plain(highlight, midtone, masks, s);
+    return compare_masks(highlight, midtone, masks, s, simd);
   }));
   if (view == 5) VANTYX_STAGE(Show("See compare output as the result", m_aligned_luma, 0));
   VANTYX_STAGE(RunStage(
       "deicde which pixels to show", frame, Split::kRows,
-      [&](const ProcessRect& s) { return decide_visible_plain(src, masks, visible, show_t, s); }));
+      [&](const ProcessRect& s) { return decide_visible(src, masks, visible, show_t, s, simd); }));
   if (m_show_blur_mask == 1) return Show("See blur mask as the result", m_aligned_luma, 14);
   if (view == 8) return Show("See visible mask as the result", m_aligned_mask, 0);
   if (view == 9) return Show("blending hlr to result", m_aligned_mask, m_blend_mode);

@@ -1,17 +1,14 @@
+// The Halation kernels: plain forms and the choosers.
 #include "effects/halation/halation_kernels.h"
 
-#include <algorithm>
-#include <initializer_list>
-
+#include "effects/halation/halation_kernels_internal.h"
 #include "vantyx.h"
 
 namespace Vantyx {
 namespace halation {
 
-namespace {
+namespace detail {
 
-// Null image 0x80004003, a format other than BGRA32 0x80070057, else 0 with *area the strip
-// cut to every image.
 int32_t Prepare(std::initializer_list<const ImageView*> images, const ProcessRect& strip,
                 Area* area) {
   *area = Area{0, 0, 0, 0};
@@ -25,77 +22,52 @@ int32_t Prepare(std::initializer_list<const ImageView*> images, const ProcessRec
   return VX_OK;
 }
 
-// trunc(c f), 0 below 1.
-inline uint8_t Faded(uint8_t c, float f) {
-  const float v = static_cast<float>(c) * f;
-  return v < 1.0f ? 0 : static_cast<uint8_t>(static_cast<int32_t>(v));
-}
+}  // namespace detail
 
-// Runs pixel(s, d) over the strip for one source and one destination image.
+namespace {
+
+// Runs pixel(a, b, d) over the strip; `a` and `b` are only read (they may be `d` itself).
 template <class Pixel>
-int32_t EachPixel(const ImageView& src, const ImageView& dst, const ProcessRect& strip,
-                  const Pixel& pixel) {
-  Area a;
-  const int32_t rc = Prepare({&src, &dst}, strip, &a);
-  if (rc != 0 || a.Empty()) return rc;
-  for (int32_t y = a.top; y < a.bottom; ++y) {
-    const uint8_t* s = src.At(a.left, y);
-    uint8_t* d = dst.At(a.left, y);
-    for (int32_t x = a.left; x < a.right; ++x, s += 4, d += 4) pixel(s, d);
+int32_t EachPixel(const ImageView& a, const ImageView& b, const ImageView& d,
+                  const ProcessRect& strip, const Pixel& pixel) {
+  Area area;
+  const int32_t rc = detail::Prepare({&a, &b, &d}, strip, &area);
+  if (rc != 0 || area.Empty()) return rc;
+  for (int32_t y = area.top; y < area.bottom; ++y) {
+    const uint8_t* pa = a.At(area.left, y);
+    const uint8_t* pb = b.At(area.left, y);
+    uint8_t* pd = d.At(area.left, y);
+    for (int32_t x = area.left; x < area.right; ++x, pa += 4, pb += 4, pd += 4) pixel(pa, pb, pd);
   }
   return VX_OK;
 }
 
 }  // namespace
 
-int32_t Luma(int32_t b, int32_t g, int32_t r) { return (19660 * r + 38665 * g + 7209 * b) >> 16; }
+int32_t Luma(int32_t b, int32_t g, int32_t r) {
+  const uint8_t p[3] = {uint8_t(b), uint8_t(g), uint8_t(r)};
+  return detail::LumaOf(p);
+}
 
 int32_t key_luma_plain(const ImageView& src, const ImageView& dst, int32_t threshold, float gain,
                        const ProcessRect& strip) {
-  const float t = static_cast<float>(threshold);
-  return EachPixel(src, dst, strip, [&](const uint8_t* s, uint8_t* d) {
-    const int32_t l = Luma(s[0], s[1], s[2]);
-    if (l >= threshold) {
-      // No lower clamp: a negative red keeps its low byte, and a value below the int32
-      // range saturates first (a huge gain).
-      const float v = std::min(255.0f, static_cast<float>(s[2] - threshold) * gain + t);
-      const int32_t red = v < -2147483648.0f ? INT32_MIN : static_cast<int32_t>(v);
-      d[0] = s[0];
-      d[1] = s[1];
-      d[2] = static_cast<uint8_t>(red & 0xFF);
-    } else {
-      const float f = 1.0f - static_cast<float>(threshold - l) / 15.0f;
-      d[0] = Faded(s[0], f);
-      d[1] = Faded(s[1], f);
-      d[2] = Faded(s[2], f);
-    }
-    d[3] = s[3];
+  return EachPixel(src, src, dst, strip, [&](const uint8_t* s, const uint8_t*, uint8_t* d) {
+    detail::KeyPixel(s, d, threshold, gain);
   });
 }
 
 int32_t extract_midtone_plain(const ImageView& src, const ImageView& dst, int32_t threshold,
                               const ProcessRect& strip) {
-  const float range = static_cast<float>(220 - threshold <= 20 ? 20 : 220 - threshold);
-  return EachPixel(src, dst, strip, [&](const uint8_t* s, uint8_t* d) {
-    const int32_t l = Luma(s[0], s[1], s[2]);
-    if (l < threshold) {
-      const float f = 1.0f - static_cast<float>(threshold - l) / range;
-      d[0] = Faded(s[0], f);
-      d[1] = Faded(s[1], f);
-      d[2] = Faded(s[2], f);
-    } else {
-      d[0] = s[0];
-      d[1] = s[1];
-      d[2] = s[2];
-    }
-    d[3] = s[3];
+  const float range = detail::MidtoneRange(threshold);
+  return EachPixel(src, src, dst, strip, [&](const uint8_t* s, const uint8_t*, uint8_t* d) {
+    detail::MidtonePixel(s, d, threshold, range);
   });
 }
 
 int32_t tone_map_highlight_plain(const ImageView& img, const uint8_t* curve_a,
                                  const uint8_t* curve_b, const ProcessRect& strip) {
   if (!curve_a || !curve_b) return VX_E_POINTER;
-  return EachPixel(img, img, strip, [&](const uint8_t*, uint8_t* p) {
+  return EachPixel(img, img, img, strip, [&](const uint8_t*, const uint8_t*, uint8_t* p) {
     p[1] = curve_b[p[1]];
     p[2] = curve_a[p[2]];
   });
@@ -104,7 +76,7 @@ int32_t tone_map_highlight_plain(const ImageView& img, const uint8_t* curve_a,
 int32_t tone_map_midtone_plain(const ImageView& img, const uint8_t* curve_c,
                                const ProcessRect& strip) {
   if (!curve_c) return VX_E_POINTER;
-  return EachPixel(img, img, strip, [&](const uint8_t*, uint8_t* p) {
+  return EachPixel(img, img, img, strip, [&](const uint8_t*, const uint8_t*, uint8_t* p) {
     p[0] = 0;
     p[2] = curve_c[p[2]];
   });
@@ -112,48 +84,38 @@ int32_t tone_map_midtone_plain(const ImageView& img, const uint8_t* curve_c,
 
 int32_t compare_masks_plain(const ImageView& highlight, const ImageView& midtone,
                             const ImageView& dst, const ProcessRect& strip) {
-  Area a;
-  const int32_t rc = Prepare({&highlight, &midtone, &dst}, strip, &a);
-  if (rc != 0 || a.Empty()) return rc;
-  for (int32_t y = a.top; y < a.bottom; ++y) {
-    const uint8_t* h = highlight.At(a.left, y);
-    const uint8_t* m = midtone.At(a.left, y);
-    uint8_t* d = dst.At(a.left, y);
-    for (int32_t x = a.left; x < a.right; ++x, h += 4, m += 4, d += 4) {
-      d[0] = h[0];
-      d[1] = std::max(h[1], m[1]);
-      d[2] = std::max(h[2], m[2]);
-      d[3] = 255;
-    }
-  }
-  return VX_OK;
+  return EachPixel(highlight, midtone, dst, strip, detail::ComparePixel);
 }
 
 int32_t decide_visible_plain(const ImageView& src, const ImageView& colour, const ImageView& dst,
                              int32_t threshold, const ProcessRect& strip) {
-  Area a;
-  const int32_t rc = Prepare({&src, &colour, &dst}, strip, &a);
-  if (rc != 0 || a.Empty()) return rc;
-  for (int32_t y = a.top; y < a.bottom; ++y) {
-    const uint8_t* s = src.At(a.left, y);
-    const uint8_t* c = colour.At(a.left, y);
-    uint8_t* d = dst.At(a.left, y);
-    for (int32_t x = a.left; x < a.right; ++x, s += 4, c += 4, d += 4) {
-      const int32_t l = Luma(s[0], s[1], s[2]);
-      float w = 1.0f;
-      if (threshold == 0)
-        w = 0.0f;
-      else if (l > threshold)
-        w = static_cast<float>(std::max(0, threshold - l + 100)) / 100.0f;
-      const uint8_t alpha =
-          static_cast<uint8_t>(static_cast<int32_t>(static_cast<float>(c[3]) * w));
-      d[0] = c[0];
-      d[1] = c[1];
-      d[2] = c[2];
-      d[3] = alpha;
-    }
-  }
-  return VX_OK;
+  return EachPixel(src, colour, dst, strip, [&](const uint8_t* s, const uint8_t* c, uint8_t* d) {
+    detail::DecidePixel(s, c, d, threshold);
+  });
+}
+
+int32_t key_luma(const ImageView& src, const ImageView& dst, int32_t threshold, float gain,
+                 const ProcessRect& strip, int32_t simd_level) {
+  if (simd_level >= SIMD_SSE41) return key_luma_sse41(src, dst, threshold, gain, strip);
+  return key_luma_plain(src, dst, threshold, gain, strip);
+}
+
+int32_t extract_midtone(const ImageView& src, const ImageView& dst, int32_t threshold,
+                        const ProcessRect& strip, int32_t simd_level) {
+  if (simd_level >= SIMD_SSE41) return extract_midtone_sse41(src, dst, threshold, strip);
+  return extract_midtone_plain(src, dst, threshold, strip);
+}
+
+int32_t compare_masks(const ImageView& highlight, const ImageView& midtone, const ImageView& dst,
+                      const ProcessRect& strip, int32_t simd_level) {
+  if (simd_level >= SIMD_SSE41) return compare_masks_sse41(highlight, midtone, dst, strip);
+  return compare_masks_plain(highlight, midtone, dst, strip);
+}
+
+int32_t decide_visible(const ImageView& src, const ImageView& colour, const ImageView& dst,
+                       int32_t threshold, const ProcessRect& strip, int32_t simd_level) {
+  if (simd_level >= SIMD_SSE41) return decide_visible_sse41(src, colour, dst, threshold, strip);
+  return decide_visible_plain(src, colour, dst, threshold, strip);
 }
 
 }  // namespace halation
