@@ -288,9 +288,14 @@ TEST(HalationViews, FlatFramesByHand) {
                                                     << int(got[2]) << "," << int(got[3]);
       }
   }
-  // The basic call forces view 9, lighten, no blur mask, whatever the last full call held.
+  // The basic call forces gain 1, the tone curves, no blur mask, lighten and view 9, whatever
+  // the last full call held.
   HalationParamsEx p = FullDefaults(src, dst);
   p.highlight_threshold = p.show_threshold = 131, p.midtone_threshold = 255;
+  HalationParamsEx odd = p;
+  odd.keyer_gain = 0, odd.tone_mapping = 0, odd.show_blur_mask = 1, odd.blend_mode = 2;
+  odd.debug_view = 3;
+  ASSERT_EQ(effect.ProcessFull(&odd), VX_OK);
   const HalationParams basic = BasicOf(p);
   ASSERT_EQ(effect.Process(&basic), VX_OK);
   EXPECT_EQ(0, std::memcmp(dst.Pixel(4, 3), "\x3c\xae\xc7\xff", 4)) << "lighten: 60, 174, 199";
@@ -463,9 +468,8 @@ TEST(HalationForms, FastMatchesPlain) {
           "decide_visible", {bgra, bgra, either},
           [](Case& c) {
             return c.Form(halation::decide_visible_plain, halation::decide_visible_sse41)(
-                c.View(0), c.View(1), c.View(2), c.Pick({0, 1, 254, 255, c.Int(0, 255)}), c.strip);
-          })
-          .DarkImages(),
+                c.View(0), c.View(1), c.View(2), c.Pick({0, c.Int(40, 215)}), c.strip);
+          }),
   });
 }
 
