@@ -75,6 +75,9 @@ apply_picture)
   run 0 "$tool" apply halation "$rocket" halation.png
   run 0 "$tool" apply halation --debug-view result "$rocket" halation-full.png
   cmp -s halation.png halation-full.png || fail "halation's full call with defaults differs"
+  # The output starts as the picture: a glow that is transparent everywhere leaves it as it was.
+  run 0 "$tool" apply halation --show-threshold 0 "$coffee" noglow.png
+  cmp -s source.png noglow.png || fail "a transparent glow changed the picture"
   ls | grep -q "tmp-" && fail "a temporary file was left behind"
   ;;
 
