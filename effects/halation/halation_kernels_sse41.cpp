@@ -138,12 +138,13 @@ int32_t decide_visible_sse41(const ImageView& src, const ImageView& colour, cons
   return EachQuad(
       src, colour, dst, strip,
       [&](__m128i s, __m128i c) {
+        if (none) return _mm_and_si128(c, colour_bytes);  // w = 0: alpha 0
         const __m128i l = Luma(s);
+        const __m128i below = _mm_cmpgt_epi32(_mm_add_epi32(t, _mm_set1_epi32(1)), l);  // L <= T
+        if (_mm_movemask_epi8(below) == 0xFFFF) return c;  // w = 1 keeps alpha: most pixels
         const __m128 fade = _mm_div_ps(
             _mm_cvtepi32_ps(_mm_max_epi32(_mm_sub_epi32(reach, l), _mm_setzero_si128())), hundred);
-        __m128 w = _mm_blendv_ps(
-            fade, one, _mm_castsi128_ps(_mm_cmpgt_epi32(_mm_add_epi32(t, _mm_set1_epi32(1)), l)));
-        if (none) w = _mm_setzero_ps();
+        const __m128 w = _mm_blendv_ps(fade, one, _mm_castsi128_ps(below));
         const __m128i a = _mm_cvttps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(_mm_srli_epi32(c, 24)), w));
         return _mm_or_si128(_mm_and_si128(c, colour_bytes), _mm_slli_epi32(a, 24));
       },
