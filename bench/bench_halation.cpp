@@ -5,7 +5,8 @@
 // highlights. HalationDense runs the same calls on random bytes, the worst case for the blur.
 //
 // Also the kernels alone: the gaussian blur (both passes, default radius) and the channel
-// split and merge, each beside its nearest OpenCV operation.
+// split and merge, each beside its nearest OpenCV operation, and the family's own per-pixel
+// kernels, plain against SSE4.1.
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -16,6 +17,7 @@
 #include "core/platform.h"
 #include "core/thread_pool.h"
 #include "effects/halation/halation_effect.h"
+#include "effects/halation/halation_kernels.h"
 #include "imageops/channels.h"
 #include "imageops/colour.h"
 #include "imageops/gaussian_blur.h"
@@ -337,8 +339,56 @@ void ChannelsOpenCV(benchmark::State& state, bool split) {
 void BM_SplitChannels_OpenCV(benchmark::State& s) { ChannelsOpenCV(s, true); }
 void BM_MergeChannels_OpenCV(benchmark::State& s) { ChannelsOpenCV(s, false); }
 
+// The family's per-pixel kernels on the photo's pixels, frame-sized images as in the effect.
+enum class Pixel { kKey, kMidtone, kCompare, kDecide };
+
+void PixelKernel(benchmark::State& state, Pixel which, bool fast) {
+  const int32_t w = int32_t(state.range(0)), h = int32_t(state.range(1));
+  Frame src = Photo(w, h), other = Photo(w, h), out(w, h, PIXEL_BGRA32, 4);
+  const ImageView s = src.View(), o = other.View(), d = out.View();
+  const ProcessRect rect{0, 0, uint32_t(w), uint32_t(h)};
+  for (auto _ : state) {
+    const int32_t rc = Dispatcher::Get().Run(rect, true, [&](const ProcessRect& strip) {
+      switch (which) {
+        case Pixel::kKey:
+          return fast ? halation::key_luma_sse41(s, d, kHighlight, 1.0f, strip)
+                      : halation::key_luma_plain(s, d, kHighlight, 1.0f, strip);
+        case Pixel::kMidtone:
+          return fast ? halation::extract_midtone_sse41(s, d, kMidtone, strip)
+                      : halation::extract_midtone_plain(s, d, kMidtone, strip);
+        case Pixel::kCompare:
+          return fast ? halation::compare_masks_sse41(s, o, d, strip)
+                      : halation::compare_masks_plain(s, o, d, strip);
+        default:
+          return fast ? halation::decide_visible_sse41(s, o, d, kShow, strip)
+                      : halation::decide_visible_plain(s, o, d, kShow, strip);
+      }
+    });
+    if (rc != 0) state.SkipWithError("kernel failed");
+    benchmark::DoNotOptimize(out.bytes.data());
+  }
+  SetFrameBytes(state, w, h);
+}
+
+void BM_KeyLuma_Plain(benchmark::State& s) { PixelKernel(s, Pixel::kKey, false); }
+void BM_KeyLuma_Sse41(benchmark::State& s) { PixelKernel(s, Pixel::kKey, true); }
+void BM_ExtractMidtone_Plain(benchmark::State& s) { PixelKernel(s, Pixel::kMidtone, false); }
+void BM_ExtractMidtone_Sse41(benchmark::State& s) { PixelKernel(s, Pixel::kMidtone, true); }
+void BM_CompareMasks_Plain(benchmark::State& s) { PixelKernel(s, Pixel::kCompare, false); }
+void BM_CompareMasks_Sse41(benchmark::State& s) { PixelKernel(s, Pixel::kCompare, true); }
+void BM_DecideVisible_Plain(benchmark::State& s) { PixelKernel(s, Pixel::kDecide, false); }
+void BM_DecideVisible_Sse41(benchmark::State& s) { PixelKernel(s, Pixel::kDecide, true); }
+
 }  // namespace
 
+BENCHMARK(BM_KeyLuma_Plain)->Apply(FrameSizes);
+BENCHMARK(BM_KeyLuma_Sse41)->Apply(FrameSizes);
+BENCHMARK(BM_ExtractMidtone_Plain)->Apply(FrameSizes);
+BENCHMARK(BM_ExtractMidtone_Sse41)->Apply(FrameSizes);
+BENCHMARK(BM_CompareMasks_Plain)->Apply(FrameSizes);
+BENCHMARK(BM_CompareMasks_Sse41)->Apply(FrameSizes);
+BENCHMARK(BM_DecideVisible_Plain)->Apply(FrameSizes);
+BENCHMARK(BM_DecideVisible_Sse41)->Apply(FrameSizes);
 BENCHMARK(BM_HalationBasic_Plain)->Apply(FrameSizes);
 BENCHMARK(BM_HalationBasic_Sse41)->Apply(FrameSizes);
 BENCHMARK(BM_HalationFull_Plain)->Apply(FrameSizes);
