@@ -192,61 +192,64 @@ int32_t HalationEffect::Pipeline() {
   const float gain = m_keyer_gain;
   const float* weights = m_kernel.weights.data();
   using namespace halation;  // NOLINT(build/namespaces): the family's own kernels
+  using Strip = const ProcessRect&;
 
-  VANTYX_STAGE(RunStage("copy src", frame, Split::kRows,
-                        [&](const ProcessRect& s) { return copy_block(src, highlight, s); }));
-  VANTYX_STAGE(RunStage("luma keyer", frame, Split::kRows, [&](const ProcessRect& s) {
+  VANTYX_STAGE(RunStage("copy src", frame, Split::kRows, [&](Strip s) {
+    return copy_block(src, highlight, s);
+  }));
+  VANTYX_STAGE(RunStage("luma keyer", frame, Split::kRows, [&](Strip s) {
     return key_luma(src, highlight, key_t, gain, s, simd);
   }));
   if (view == 0) VANTYX_STAGE(Show("See highlight as the result", m_adjusted_src, 0));
-  VANTYX_STAGE(RunStage("midtone extraction", frame, Split::kRows, [&](const ProcessRect& s) {
+  VANTYX_STAGE(RunStage("midtone extraction", frame, Split::kRows, [&](Strip s) {
     return extract_midtone(src, midtone, mid_t, s, simd);
   }));
+  // The log word of this display is the same as view 1's.
   if (view == 6) VANTYX_STAGE(Show("See blurry red as the result", m_luma_output, 0));
-  VANTYX_STAGE(RunStage(
-      "split midtone r, g, and b", frame, Split::kRows,
-      [&](const ProcessRect& s) { return split_channels(midtone, mid_b, mid_g, mid_r, s, simd); }));
+  VANTYX_STAGE(RunStage("split midtone r, g, and b", frame, Split::kRows, [&](Strip s) {
+    return split_channels(midtone, mid_b, mid_g, mid_r, s, simd);
+  }));
   VANTYX_STAGE(Resize("downsampling hlr", m_adjusted_src, m_scaled_hlr));
-  VANTYX_STAGE(RunStage(
-      "blur the hlr horizontally", scaled, Split::kRows,
-      [&](const ProcessRect& s) { return gaussian_blur_rows(small, weights, radius, s, simd); }));
-  VANTYX_STAGE(RunStage(
-      "blur the hlr vertically", scaled, Split::kColumns,
-      [&](const ProcessRect& s) { return gaussian_blur_cols(small, weights, radius, s, simd); }));
+  VANTYX_STAGE(RunStage("blur the hlr horizontally", scaled, Split::kRows, [&](Strip s) {
+    return gaussian_blur_rows(small, weights, radius, s, simd);
+  }));
+  VANTYX_STAGE(RunStage("blur the hlr vertically", scaled, Split::kColumns, [&](Strip s) {
+    return gaussian_blur_cols(small, weights, radius, s, simd);
+  }));
   if (view == 1)
-    VANTYX_STAGE(
-        ShowChannel("upsampling red channel gaussian", m_split_r, "See blurry red as the result"));
+    VANTYX_STAGE(ShowChannel("upsampling red channel gaussian", m_split_r,
+                             "See blurry red as the result"));
   if (view == 3)
     VANTYX_STAGE(ShowChannel("upsampling green channel gaussian", m_split_g,
                              "See blurry green as the result"));
-  if (m_tone_mapping != 0)
-    VANTYX_STAGE(RunStage("apply tone-mapping", scaled, Split::kRows, [&](const ProcessRect& s) {
+  if (m_tone_mapping != 0) {
+    VANTYX_STAGE(RunStage("apply tone-mapping", scaled, Split::kRows, [&](Strip s) {
       return tone_map_highlight_plain(small, m_curve_a.data(), m_curve_b.data(), s);
     }));
+  }
   if (view == 2)
-    VANTYX_STAGE(
-        ShowChannel("upsampling red channel", m_split_r, "See red custom curve as the result"));
+    VANTYX_STAGE(ShowChannel("upsampling red channel", m_split_r,
+                             "See red custom curve as the result"));
   if (view == 4)
-    VANTYX_STAGE(
-        ShowChannel("upsampling green channel", m_split_g, "See green custom curve as the result"));
-  VANTYX_STAGE(RunStage(
-      "apply tone-mapping on midtone", frame, Split::kRows,
-      [&](const ProcessRect& s) { return tone_map_midtone_plain(midtone, m_curve_c.data(), s); }));
+    VANTYX_STAGE(ShowChannel("upsampling green channel", m_split_g,
+                             "See green custom curve as the result"));
+  VANTYX_STAGE(RunStage("apply tone-mapping on midtone", frame, Split::kRows, [&](Strip s) {
+    return tone_map_midtone_plain(midtone, m_curve_c.data(), s);
+  }));
   if (view == 7) {
-    VANTYX_STAGE(
-        RunStage("combine midtone r, g, and b", frame, Split::kRows, [&](const ProcessRect& s) {
-          return merge_channels(mid_b, mid_g, midtone, midtone, s, simd);
-        }));
+    VANTYX_STAGE(RunStage("combine midtone r, g, and b", frame, Split::kRows, [&](Strip s) {
+      return merge_channels(mid_b, mid_g, midtone, midtone, s, simd);
+    }));
     VANTYX_STAGE(Show("See midtone as the result", m_luma_output, 0));
   }
   VANTYX_STAGE(Resize("upsampling hlr", m_scaled_hlr, m_adjusted_src));
-  VANTYX_STAGE(RunStage("compare two masks", frame, Split::kRows, [&](const ProcessRect& s) {
+  VANTYX_STAGE(RunStage("compare two masks", frame, Split::kRows, [&](Strip s) {
     return compare_masks(highlight, midtone, masks, s, simd);
   }));
   if (view == 5) VANTYX_STAGE(Show("See compare output as the result", m_aligned_luma, 0));
-  VANTYX_STAGE(RunStage(
-      "deicde which pixels to show", frame, Split::kRows,
-      [&](const ProcessRect& s) { return decide_visible(src, masks, visible, show_t, s, simd); }));
+  VANTYX_STAGE(RunStage("deicde which pixels to show", frame, Split::kRows, [&](Strip s) {
+    return decide_visible(src, masks, visible, show_t, s, simd);
+  }));
   if (m_show_blur_mask == 1) return Show("See blur mask as the result", m_aligned_luma, 14);
   if (view == 8) return Show("See visible mask as the result", m_aligned_mask, 0);
   if (view == 9) return Show("blending hlr to result", m_aligned_mask, m_blend_mode);
