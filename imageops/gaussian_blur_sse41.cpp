@@ -14,7 +14,9 @@
 //
 // Leading and trailing taps whose samples are zero in every lane are skipped: w * 0 is +0 and
 // acc + 0 is acc (every weight is positive, so acc is never -0), so the sum is unchanged bit
-// for bit. Highlight layers are mostly black, and this skips most of their taps.
+// for bit. Highlight layers are mostly black, and this skips most of their taps. A group whose
+// whole window is black (B, G and R 0) holds black pixels and gives black: it is not written,
+// and neither are black rows (horizontal) or black column blocks (vertical).
 #include <smmintrin.h>
 
 #include <algorithm>
@@ -76,14 +78,16 @@ void LitBounds(const std::vector<uint8_t>& lit, std::vector<int32_t>& first,
   }
 }
 
-// The sums of one group over taps [t_lo, t_hi]; tap t reads 48 floats from row(t).
+// The sums of one group over taps [t_lo, t_hi]; tap t reads 48 floats from row(t), or skips
+// the tap when row(t) is null (all 48 samples zero).
 template <class Row>
 inline void Accumulate(const float* wfull, int32_t t_lo, int32_t t_hi, const Row& row,
                        __m128* acc) {
   for (int32_t v = 0; v < kVectors; ++v) acc[v] = _mm_setzero_ps();
   for (int32_t t = t_lo; t <= t_hi; ++t) {
-    const __m128 w = _mm_set1_ps(wfull[t]);
     const float* s = row(t);
+    if (s == nullptr) continue;
+    const __m128 w = _mm_set1_ps(wfull[t]);
     for (int32_t v = 0; v < kVectors; ++v)
       acc[v] = _mm_add_ps(acc[v], _mm_mul_ps(w, _mm_loadu_ps(s + 4 * v)));
   }
@@ -130,28 +134,35 @@ int32_t gaussian_blur_rows_sse41(const ImageView& img, const float* weights, int
   const int32_t padded = n + 2 * radius + kGroup;
   const std::vector<float> wfull = FullWeights(weights, radius);
   std::vector<float> xp(size_t(padded) * 3 + 4);  // + the last pixel's spare alpha lane
-  std::vector<uint8_t> lit(static_cast<size_t>(padded));
-  std::vector<int32_t> first, last;
+  std::vector<int32_t> lit_before(size_t(padded) + 1);  // lit pixels at padded indices < p
   alignas(16) uint8_t bytes[kFloats + 4];
 
   for (int32_t y = a.top; y < a.bottom; ++y) {
     uint8_t* row = img.At(a.left, y);
+    int32_t count = 0;
+    for (int32_t i = 0; i < n; ++i) count += Lit(row + 4 * i);
+    if (count == 0) continue;  // a black row stays black
+    const int32_t head_lit = Lit(row), tail_lit = Lit(row + 4 * (n - 1));
+    int32_t* before = lit_before.data();
+    before[0] = 0;
+    for (int32_t p = 0; p < radius; ++p) before[p + 1] = before[p] + head_lit;
+    for (int32_t i = 0; i < n; ++i) before[radius + i + 1] = before[radius + i] + Lit(row + 4 * i);
+    for (int32_t p = radius + n; p < padded; ++p) before[p + 1] = before[p] + tail_lit;
     // Padded index p holds pixel clamp(p - R, 0, n - 1).
     const __m128 head = PixelFloats(row), tail = PixelFloats(row + 4 * (n - 1));
     for (int32_t p = 0; p < radius; ++p) _mm_storeu_ps(&xp[size_t(p) * 3], head);
     for (int32_t i = 0; i < n; ++i)
       _mm_storeu_ps(&xp[size_t(radius + i) * 3], PixelFloats(row + 4 * i));
     for (int32_t p = radius + n; p < padded; ++p) _mm_storeu_ps(&xp[size_t(p) * 3], tail);
-    const uint8_t head_lit = Lit(row), tail_lit = Lit(row + 4 * (n - 1));
-    std::fill(lit.begin(), lit.begin() + radius, head_lit);
-    for (int32_t i = 0; i < n; ++i) lit[size_t(radius + i)] = Lit(row + 4 * i);
-    std::fill(lit.begin() + radius + n, lit.end(), tail_lit);
-    LitBounds(lit, first, last);
 
     for (int32_t o = 0; o < n; o += kGroup) {
-      // Tap t of the group reads padded pixels o + t .. o + t + 15.
-      const int32_t t_lo = std::max(0, first[size_t(o)] - (kGroup - 1) - o);
-      const int32_t t_hi = std::min(2 * radius, last[size_t(o + kGroup - 1 + 2 * radius)] - o);
+      // Tap t of the group reads padded pixels o + t .. o + t + 15: lit ones when c[t + 16]
+      // exceeds c[t]. A window with nothing lit holds black pixels that stay black.
+      const int32_t* c = before + o;
+      if (c[2 * radius + kGroup] == c[0]) continue;
+      int32_t t_lo = 0, t_hi = 2 * radius;
+      while (c[t_lo + kGroup] == c[t_lo]) ++t_lo;
+      while (c[t_hi + kGroup] == c[t_hi]) --t_hi;
       __m128 acc[kVectors];
       const float* base = xp.data() + size_t(o) * 3;
       Accumulate(
@@ -177,37 +188,45 @@ int32_t gaussian_blur_cols_sse41(const ImageView& img, const float* weights, int
   for (int32_t p = 0; p < padded; ++p)
     at[size_t(p)] = rows.data() + size_t(std::min(std::max(p - radius, 0), n - 1)) * kFloats;
   std::vector<uint8_t> lit(static_cast<size_t>(padded));
+  std::vector<const float*> lit_at(static_cast<size_t>(padded));  // null for black rows
   std::vector<int32_t> first, last;
   alignas(16) uint8_t bytes[kFloats + 4];
 
   for (int32_t x0 = a.left; x0 < a.right; x0 += kGroup) {
     const int32_t count = std::min(kGroup, a.right - x0);
+    uint8_t* const top = img.At(x0, a.top);
+    const ptrdiff_t stride = img.stride;
+    uint8_t any_row = 0;
     for (int32_t r = 0; r < n; ++r) {
-      const uint8_t* src = img.At(x0, a.top + r);
-      float* dst = rows.data() + size_t(r) * kFloats;
+      const uint8_t* src = top + r * stride;
       uint8_t any = 0;
-      for (int32_t i = 0; i < count; ++i) {
-        _mm_storeu_ps(dst + 3 * i, PixelFloats(src + 4 * i));
-        any |= Lit(src + 4 * i);
-      }
+      for (int32_t i = 0; i < count; ++i) any |= Lit(src + 4 * i);
+      any_row |= lit[size_t(radius + r)] = any;
+    }
+    if (!any_row) continue;  // black columns stay black
+    for (int32_t r = 0; r < n; ++r) {
+      const uint8_t* src = top + r * stride;
+      float* dst = rows.data() + size_t(r) * kFloats;
+      for (int32_t i = 0; i < count; ++i) _mm_storeu_ps(dst + 3 * i, PixelFloats(src + 4 * i));
       // Columns past the strip stay zero: they never light a row.
       std::fill(dst + 3 * count, dst + kFloats + (r == n - 1 ? 4 : 0), 0.0f);
-      lit[size_t(radius + r)] = any;
     }
     std::fill(lit.begin(), lit.begin() + radius, lit[size_t(radius)]);
     std::fill(lit.begin() + radius + n, lit.end(), lit[size_t(radius + n - 1)]);
     LitBounds(lit, first, last);
+    for (int32_t p = 0; p < padded; ++p) lit_at[size_t(p)] = lit[size_t(p)] ? at[size_t(p)] : nullptr;
 
     for (int32_t y = 0; y < n; ++y) {
       // Output row y reads padded rows y .. y + 2R.
       const int32_t t_lo = first[size_t(y)] - y;
       const int32_t t_hi = last[size_t(y + 2 * radius)] - y;
+      if (t_lo > t_hi) continue;  // black stays black
       __m128 acc[kVectors];
-      const float* const* row_at = at.data() + y;
+      const float* const* row_at = lit_at.data() + y;
       Accumulate(
           wfull.data(), t_lo, t_hi, [row_at](int32_t t) { return row_at[t]; }, acc);
       GroupBytes(acc, bytes);
-      StoreGroup(bytes, count, img.At(x0, a.top + y));
+      StoreGroup(bytes, count, top + y * stride);
     }
   }
   return 0;
