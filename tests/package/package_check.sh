@@ -50,7 +50,7 @@ check_layout() {
     # Run from the tree: found through the SONAME link, it must be the version of the header.
     [ "$(LD_LIBRARY_PATH=$lib "$root/bin/vantyx" --version)" = "vantyx $VERSION" ] ||
       fail "bin/vantyx --version does not say $VERSION"
-    LD_LIBRARY_PATH=$lib ldd "$root/bin/vantyx" | grep -q "libvantyx.so.$major => $lib/" ||
+    [[ $(LD_LIBRARY_PATH=$lib ldd "$root/bin/vantyx") == *"libvantyx.so.$major => $lib/"* ]] ||
       fail "bin/vantyx does not load $LIBDIR/libvantyx.so.$major"
     for f in coffee.png rocket.jpg; do
       [ -f "$root/share/vantyx/assets/$f" ] || fail "no share/vantyx/assets/$f"
@@ -63,14 +63,17 @@ install)
   prefix=$WORK/prefix
   quiet "$WORK/install.log" "$CMAKE" --install "$BUILD" --prefix "$prefix"
   check_layout "$prefix" "$prefix"
+  # Each way told of the prefix only as its users would tell it.
   for with in find_package pkg-config; do
     build=$WORK/consumer-$with
+    where=(-DCMAKE_PREFIX_PATH="$prefix")
+    [ "$with" = pkg-config ] && where=()
     quiet "$build.log" env PKG_CONFIG_PATH="$prefix/$LIBDIR/pkgconfig" \
       "$CMAKE" -S "$SOURCE/tests/package/consumer" -B "$build" -G "$GENERATOR" \
-      -DCMAKE_CXX_COMPILER="$CXX" -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$prefix" \
+      -DCMAKE_CXX_COMPILER="$CXX" -DCMAKE_BUILD_TYPE=Release "${where[@]}" \
       -DVANTYX_WITH="$with" -DVANTYX_VERSION_WANTED="$VERSION"
     quiet "$build.log" "$CMAKE" --build "$build"
-    ldd "$build/consumer" | grep -q "libvantyx.so.$major => $prefix/$LIBDIR/" ||
+    [[ $(ldd "$build/consumer") == *"libvantyx.so.$major => $prefix/$LIBDIR/"* ]] ||
       fail "the consumer ($with) does not load the installed library"
     mkdir -p "$build/frames"
     (cd "$build/frames" && quiet ../run.log ../consumer) || exit 1
