@@ -6,8 +6,9 @@
 //   - for Linux, linked to libvantyx.so from the build tree, from an install prefix (find_package
 //     and pkg-config) or from the Windows tests' native reference build.
 // It drives the engine and every built effect through each interface slot, checks the result
-// codes that tell the slots apart, and writes each rendered frame as raw BGRA into the current
-// folder (blackmist_basic.raw, blackmist_full.raw, ...): every build must write the same bytes.
+// codes that tell the slots apart, deletes an engine with `delete`, and writes each rendered
+// frame as raw BGRA into the current folder (blackmist_basic.raw, blackmist_full.raw, ...):
+// every build must write the same bytes.
 // Exit status 0, or 1 after one line per failed check.
 #include "vantyx.h"
 
@@ -351,16 +352,13 @@ void DriveEffect(VantyxEngine* engine, uint32_t type, const char* name) {
   Set(&basic);
   Set(&full);
 
-  ExpectCode(effect->Process(&basic), VX_E_INVALIDARG, name, "Process before SetImageSize");
-  ExpectCode(effect->SetImageSize(0, kHeight), VX_E_INVALIDARG, name, "SetImageSize(0, h)");
+  // The engine's own rules are the unit tests' business; here the answers only have to show
+  // that each call reached its slot, and the frames that the renders are the Linux ones.
   ExpectCode(effect->SetImageSize(kWidth, kHeight), VX_OK, name, "SetImageSize");
   ClearFrame();
   if (ExpectCode(effect->Process(&basic), VX_OK, name, "Process")) WriteFrame(name, "basic");
   ClearFrame();
   if (ExpectCode(effect->ProcessFull(&full), VX_OK, name, "ProcessFull")) WriteFrame(name, "full");
-  basic.src.format = PIXEL_GRAY8;
-  ExpectCode(effect->Process(&basic), VX_E_NOTIMPL, name, "Process of a grey source");
-  basic.src.format = PIXEL_BGRA32;
   ExpectCode(effect->Reset(), VX_OK, name, "Reset");
   ExpectCode(effect->Process(&basic), VX_E_INVALIDARG, name, "Process after Reset");
 
@@ -402,22 +400,6 @@ int Run() {
   if (!Expect(engine, "engine", "CreateVantyxEngine made none")) return 1;
   Expect(address == reinterpret_cast<intptr_t>(engine), "engine", "the result is not its address");
   Expect(threads_before < 0 || ThreadCount() > threads_before, "engine", "no worker started");
-  VantyxEngine* again = engine;
-  library.create(&again);
-  Expect(again == engine, "engine", "a non-null engine pointer was overwritten");
-
-  void* effect = reinterpret_cast<void*>(uintptr_t{0x10});
-  ExpectCode(engine->CreateEffect(&effect, EFFECT_BLACKMIST), VX_E_FAIL, "engine",
-             "CreateEffect into a non-null pointer");
-  Expect(effect == reinterpret_cast<void*>(uintptr_t{0x10}), "engine", "the pointer was changed");
-  const uint32_t unknown_types[] = {0, 5};
-  for (uint32_t unknown : unknown_types) {
-    effect = nullptr;
-    ExpectCode(engine->CreateEffect(&effect, unknown), VX_OK, "engine", "an unknown type");
-    Expect(!effect, "engine", "an unknown type made an effect");
-  }
-  ExpectCode(engine->DeleteEffect(&effect, EFFECT_BLACKMIST), VX_E_FAIL, "engine",
-             "DeleteEffect of a null effect");
 
   DriveEffect<BlackMistFull, BlackMistParam, BlackMistFullParam>(engine, EFFECT_BLACKMIST,
                                                                  "blackmist");
