@@ -6,7 +6,7 @@
 #   package_check.sh deb       makes the Debian package, unpacks it with dpkg -x and checks its
 #                              files, SONAME links and control fields, and runs its tool
 # Settings come from the environment (tests/package/CMakeLists.txt): BUILD, SOURCE, WORK, VERSION,
-# LIBDIR, TOOL (1 when the tool is built), PLUGINS (a file of frei0r plugin names), FRAMES,
+# LIBDIR, TOOL (1 when the tool is built), PLUGINS (a file listing the frei0r plugins), FRAMES,
 # CMAKE, CPACK, GENERATOR, CXX.
 set -u -o pipefail
 
@@ -44,7 +44,7 @@ check_layout() {
   [ -f "$root/share/doc/libvantyx/copyright" ] || fail "no share/doc/libvantyx/copyright"
   [ -f "$PLUGINS" ] || fail "no list of frei0r plugins ($PLUGINS)"
   while read -r f; do
-    [ -z "$f" ] || [ -f "$lib/frei0r-1/$f" ] || fail "no frei0r plugin $LIBDIR/frei0r-1/$f"
+    [ -z "$f" ] || [ -f "$root/$f" ] || fail "no frei0r plugin $f"
   done <"$PLUGINS"
   if [ "$TOOL" = 1 ]; then
     # Run from the tree: found through the SONAME link, it must be the version of the header.
