@@ -21,11 +21,19 @@ quiet() {
   "$@" >"$log" 2>&1 || { cat "$log" >&2; fail "'$*' failed"; }
 }
 
+# loaded BINARY: the file that libvantyx.so.<major> resolves to for BINARY, links and .. resolved.
+loaded() {
+  local path
+  path=$(ldd "$1" | awk -v name="libvantyx.so.$major" '$1 == name { print $3 }')
+  [ -n "$path" ] && readlink -f "$path"
+}
+
 # check_layout ROOT PREFIX: the installed tree ROOT, made for the prefix PREFIX.
 check_layout() {
   local root=$1 prefix=$2 lib=$1/$LIBDIR
   [ -f "$root/include/vantyx.h" ] || fail "no include/vantyx.h"
-  local real=$lib/libvantyx.so.$VERSION
+  local real=$lib/libvantyx.so.$VERSION here
+  here=$(readlink -f "$real")
   [ -f "$real" ] && [ ! -L "$real" ] || fail "no $LIBDIR/libvantyx.so.$VERSION"
   [ "$(readlink "$lib/libvantyx.so.$major")" = "libvantyx.so.$VERSION" ] ||
     fail "libvantyx.so.$major does not point to libvantyx.so.$VERSION"
@@ -43,15 +51,17 @@ check_layout() {
   grep -qx "Version: $VERSION" "$lib/pkgconfig/vantyx.pc" || fail "vantyx.pc has another version"
   [ -f "$root/share/doc/libvantyx/copyright" ] || fail "no share/doc/libvantyx/copyright"
   [ -f "$PLUGINS" ] || fail "no list of frei0r plugins ($PLUGINS)"
-  while read -r f; do
-    [ -z "$f" ] || [ -f "$root/$f" ] || fail "no frei0r plugin $f"
+  while read -r f; do  # each plugin present, and finding the library of this tree by itself
+    [ -z "$f" ] && continue
+    [ -f "$root/$f" ] || fail "no frei0r plugin $f"
+    [ "$(loaded "$root/$f")" = "$here" ] || fail "the plugin $f does not load $real"
   done <"$PLUGINS"
   if [ "$TOOL" = 1 ]; then
     # Run from the tree: found through the SONAME link, it must be the version of the header.
     [ "$(LD_LIBRARY_PATH=$lib "$root/bin/vantyx" --version)" = "vantyx $VERSION" ] ||
       fail "bin/vantyx --version does not say $VERSION"
-    [[ $(LD_LIBRARY_PATH=$lib ldd "$root/bin/vantyx") == *"libvantyx.so.$major => $lib/"* ]] ||
-      fail "bin/vantyx does not load $LIBDIR/libvantyx.so.$major"
+    [ "$(LD_LIBRARY_PATH=$lib loaded "$root/bin/vantyx")" = "$here" ] ||
+      fail "bin/vantyx does not load $real"
     for f in coffee.png rocket.jpg; do
       [ -f "$root/share/vantyx/assets/$f" ] || fail "no share/vantyx/assets/$f"
     done
@@ -73,7 +83,7 @@ install)
       -DCMAKE_CXX_COMPILER="$CXX" -DCMAKE_BUILD_TYPE=Release "${where[@]}" \
       -DVANTYX_WITH="$with" -DVANTYX_VERSION_WANTED="$VERSION"
     quiet "$build.log" "$CMAKE" --build "$build"
-    [[ $(ldd "$build/consumer") == *"libvantyx.so.$major => $prefix/$LIBDIR/"* ]] ||
+    [ "$(loaded "$build/consumer")" = "$(readlink -f "$prefix/$LIBDIR/libvantyx.so.$VERSION")" ] ||
       fail "the consumer ($with) does not load the installed library"
     mkdir -p "$build/frames"
     (cd "$build/frames" && quiet ../run.log ../consumer) || exit 1
