@@ -52,46 +52,28 @@ int32_t Post(CThreadPool& pool, Completion& c, Counter& counter) {
   return pool.AddJob(&CountJob, &counter, &c.result, &c.cond, &c.mutex, &c.done);
 }
 
-TEST(ThreadPool, WorkerCounts) {
-  CThreadPool pool;
-  EXPECT_EQ(pool.GetThreadCount(), 0);
-  EXPECT_EQ(pool.Create(3), 0);
-  EXPECT_EQ(pool.GetThreadCount(), 3);
-  EXPECT_EQ(pool.Create(12), 0);  // on a running pool: the old workers are joined first
-  EXPECT_EQ(pool.GetThreadCount(), MAX_POOL_THREADS);
-  EXPECT_EQ(pool.Create(1), 0);
-  EXPECT_EQ(pool.GetThreadCount(), 1);
-  EXPECT_EQ(pool.Create(0), 0);  // nothing to start
-  EXPECT_EQ(pool.GetThreadCount(), 0);
-  EXPECT_EQ(pool.Create(-5), 0);
-  EXPECT_EQ(pool.GetThreadCount(), 0);
-}
-
-TEST(ThreadPool, DestroyIsIdempotent) {
-  CThreadPool pool;
-  EXPECT_EQ(pool.Destroy(), 0);  // never started
-  ASSERT_EQ(pool.Create(4), 0);
-  EXPECT_EQ(pool.Destroy(), 0);
-  EXPECT_EQ(pool.GetThreadCount(), 0);
-  EXPECT_EQ(pool.Destroy(), 0);
-  // Usable again after a stop.
-  ASSERT_EQ(pool.Create(2), 0);
-  Completion c;
-  Counter counter;
-  ASSERT_EQ(Post(pool, c, counter), 0);
-  c.Wait();
-  EXPECT_EQ(counter.runs.load(), 1);
-}
-
-TEST(ThreadPool, RefusesWhatCannotRun) {
+TEST(ThreadPool, WorkerCountsStartsAndStops) {
   CThreadPool pool;
   Completion c;
   Counter counter;
   // No workers: refused instead of waiting forever for an idle one.
   EXPECT_EQ(Post(pool, c, counter), kInvalidArg);
-  ASSERT_EQ(pool.Create(2), 0);
+  EXPECT_EQ(pool.Destroy(), 0);  // never started
+  // Each Create on a running pool joins the old workers first.
+  const int32_t rows[][2] = {{3, 3}, {12, MAX_POOL_THREADS}, {1, 1}, {0, 0}, {-5, 0}, {2, 2}};
+  for (const auto& r : rows) {
+    EXPECT_EQ(pool.Create(r[0]), 0);
+    EXPECT_EQ(pool.GetThreadCount(), r[1]) << r[0];
+  }
   EXPECT_EQ(pool.AddJob(nullptr, &counter, &c.result, &c.cond, &c.mutex, &c.done), kInvalidArg);
+  EXPECT_EQ(pool.Destroy(), 0);
+  EXPECT_EQ(pool.Destroy(), 0);
+  EXPECT_EQ(pool.GetThreadCount(), 0);
   EXPECT_EQ(counter.runs.load(), 0);
+  ASSERT_EQ(pool.Create(2), 0);  // usable again after a stop
+  ASSERT_EQ(Post(pool, c, counter), 0);
+  c.Wait();
+  EXPECT_EQ(counter.runs.load(), 1);
 }
 
 TEST(ThreadPool, EveryJobRunsAndReports) {
@@ -152,7 +134,7 @@ TEST(ThreadPool, DestroyRightAfterPostingStillRunsTheJob) {
     Counter counter;
     ASSERT_EQ(Post(pool, c, counter), 0);
     pool.Destroy();  // joins after the posted job has run
-    EXPECT_EQ(counter.runs.load(), 1);
+    ASSERT_EQ(counter.runs.load(), 1);  // else the wait below never ends
     c.Wait();
   }
 }
