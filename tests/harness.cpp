@@ -59,19 +59,13 @@ std::vector<Geometry> Geometries() {
   return g;
 }
 
-// A resampling source for a w x h destination: double, half, equal, odd ratios.
+// A resampling source for a w x h destination: double, half, equal, odd ratios (half for a
+// full frame).
 void SourceSize(size_t k, int32_t w, int32_t h, int32_t* sw, int32_t* sh) {
-  if (w > 1000 && h > 1000) {
-    *sw = (w + 1) / 2, *sh = (h + 1) / 2;
-    return;
-  }
-  switch (k % 5) {
-    case 0: *sw = 2 * w, *sh = 2 * h; break;
-    case 1: *sw = (w + 1) / 2, *sh = (h + 1) / 2; break;
-    case 2: *sw = w, *sh = h; break;
-    case 3: *sw = w * 3 / 2 + 1, *sh = h + 2; break;
-    default: *sw = 1 + (w * 7) % 67, *sh = 1 + (h * 5) % 13; break;
-  }
+  const int32_t pick = w > 1000 && h > 1000 ? 1 : int32_t(k % 5);
+  const int32_t sizes[5][2] = {{2 * w, 2 * h}, {(w + 1) / 2, (h + 1) / 2}, {w, h},
+                               {w * 3 / 2 + 1, h + 2}, {1 + (w * 7) % 67, 1 + (h * 5) % 13}};
+  *sw = sizes[pick][0], *sh = sizes[pick][1];
 }
 
 ProcessRect Rect(int32_t l, int32_t t, int32_t r, int32_t b) {
@@ -119,7 +113,7 @@ std::string FirstDifference(const std::vector<Image>& a, const std::vector<Image
 
 }  // namespace
 
-Draws::Draws(uint32_t seed) : seed_(seed), state_(seed ? seed : 1u) {}
+Draws::Draws(uint32_t seed) : state_(seed ? seed : 1u) {}
 
 int32_t Draws::Int(int32_t lo, int32_t hi) {
   state_ ^= state_ << 13;
@@ -213,17 +207,11 @@ void ExpectFormsAgree(const std::vector<KernelRow>& rows) {
   }
 }
 
-namespace {
-
-struct Config {
-  int32_t level, workers;
-};
-
-}  // namespace
-
 void ExpectEffectRunsAgree(const std::vector<EffectRow>& rows) {
   const int32_t sizes[][2] = {{5, 7}, {2, 2}, {33, 17}, {64, 3}, {203, 117}, {1921, 1081}};
-  const Config configs[] = {{SIMD_SSE3, 1}, {SIMD_SSE3, 8}, {SIMD_SSE41, 3}, {SIMD_SSE42, 8}};
+  const struct {
+    int32_t level, workers;
+  } configs[] = {{SIMD_SSE3, 1}, {SIMD_SSE3, 8}, {SIMD_SSE41, 3}, {SIMD_SSE42, 8}};
   for (const EffectRow& row : rows) {
     int32_t successes = 0;
     for (size_t k = 0; k < sizeof(sizes) / sizeof(sizes[0]); ++k) {
@@ -240,7 +228,7 @@ void ExpectEffectRunsAgree(const std::vector<EffectRow>& rows) {
       stale.FillRandom(seed + 2);
       std::vector<Image> reference;
       int32_t reference_rc = 0;
-      for (const Config& config : configs) {
+      for (const auto& config : configs) {
         if (config.level >= SIMD_SSE41 && !HasSse41()) continue;
         CThreadPool pool;
         pool.Create(config.workers);

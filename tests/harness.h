@@ -55,10 +55,8 @@ class Draws {
   int32_t Int(int32_t lo, int32_t hi);  // lo..hi, both included
   float Float(float lo, float hi);      // [lo, hi)
   int32_t Pick(std::initializer_list<int32_t> values);
-  uint32_t Seed() const { return seed_; }
 
  private:
-  uint32_t seed_;
   uint32_t state_;
 };
 
