@@ -330,7 +330,8 @@ TEST(BlackMistFuzzFinds, UnrangedBlendBlurRadius) {
   EXPECT_EQ(m.effect.ProcessFull(&p), VX_E_INVALIDARG);
 }
 
-// Every parameter drawn over its range, unchecked ones included, masks and sub-rectangles.
+// The basic call runs every stage on every frame; the full call draws every parameter over its
+// range, unchecked ones included. Masks and sub-rectangles come with the frames.
 TEST(BlackMistForms, LevelsAndWorkersAgree) {
   test::ExpectEffectRunsAgree({
       test::EffectRow::Of<BlackMistEffect>("basic", [](BlackMistEffect& e, test::Frame& f) {
