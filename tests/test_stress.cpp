@@ -40,39 +40,27 @@ struct FrameInput {
 FrameInput MakeFrame(test::Draws& d, int32_t w, int32_t h) {
   FrameInput f;
   f.src = Image(w, h, PIXEL_BGRA32, d.Int(0, 11));
-  f.src.FillRandom(uint32_t(d.Int(0, 1 << 30)));
   f.mask = Image(w, h, PIXEL_GRAY8, d.Int(0, 5));
+  f.src.FillRandom(uint32_t(d.Int(0, 1 << 30)));
   f.mask.FillRandom(uint32_t(d.Int(0, 1 << 30)));
-  ProcessRect r{0, 0, uint32_t(w), uint32_t(h)};
-  if (d.Int(0, 2)) {
-    r.left = uint32_t(d.Int(0, w - 1)), r.top = uint32_t(d.Int(0, h - 1));
-    r.right = uint32_t(d.Int(int32_t(r.left) + 1, w)), r.bottom = uint32_t(d.Int(int32_t(r.top) + 1, h));
-  }
+  const uint32_t l = uint32_t(d.Int(0, w - 1)), t = uint32_t(d.Int(0, h - 1));
+  const ProcessRect r = d.Int(0, 2) ? ProcessRect{l, t, uint32_t(d.Int(int32_t(l) + 1, w)),
+                                                  uint32_t(d.Int(int32_t(t) + 1, h))}
+                                    : ProcessRect{0, 0, uint32_t(w), uint32_t(h)};
   f.dst = Image(int32_t(r.right - r.left), int32_t(r.bottom - r.top), PIXEL_BGRA32, d.Int(0, 3) * 4);
   f.dst.Fill(uint8_t(d.Int(0, 255)));
   BlackMistFullParam& p = f.p;
-  p.src = f.src.Desc();
-  p.mask = d.Int(0, 3) ? ImageDesc{} : f.mask.Desc();
-  p.dst = f.dst.Desc();
-  p.light_intensity = d.Float(0, 2);
-  p.soft_radius = d.Float(0, float(std::max(w, h) / 8));
-  p.hlr_threshold = uint32_t(d.Int(0, 255));
-  p.tint_amount = d.Int(0, 1) ? 0.0f : d.Float(0, 1);
-  p.tint_hue = d.Int(0, 1) ? 0.0f : d.Float(0, 1);
+  p.src = f.src.Desc(), p.dst = f.dst.Desc(), p.process_rect = r;
+  if (d.Int(0, 3) == 0) p.mask = f.mask.Desc();
+  p.light_intensity = d.Float(0, 2), p.soft_radius = d.Float(0, float(std::max(w, h) / 8));
+  p.hlr_threshold = uint32_t(d.Int(0, 255)), p.blend_opacity = uint32_t(d.Int(0, 255));
+  p.tint_amount = d.Int(0, 1) ? 0.0f : d.Float(0, 1), p.tint_hue = d.Int(0, 1) ? 0.0f : d.Float(0, 1);
   p.tint_brightness = d.Int(0, 1) ? 1.0f : d.Float(0, 1);
-  p.blend_opacity = uint32_t(d.Int(0, 255));
-  p.weight_blur = d.Float(0, 1);
-  p.weight_src = 1.0f - p.weight_blur;
-  p.reserved_f = 1.0f;
-  p.use_tone_mapping = uint8_t(d.Int(0, 1));
-  p.keep_saturation = uint8_t(d.Int(0, 1));
-  p.blur_blended = uint8_t(d.Int(0, 1));
-  p.blend_blur_radius = float(d.Int(0, 3));
-  p.blend_mode = d.Int(0, 28);
-  p.output_mode = d.Int(0, 3);
-  p.strength = d.Int(-1, 4);
+  p.weight_blur = d.Float(0, 1), p.weight_src = 1.0f - p.weight_blur, p.reserved_f = 1.0f;
+  p.use_tone_mapping = uint8_t(d.Int(0, 1)), p.keep_saturation = uint8_t(d.Int(0, 1));
+  p.blur_blended = uint8_t(d.Int(0, 1)), p.blend_blur_radius = float(d.Int(0, 3));
+  p.blend_mode = d.Int(0, 28), p.output_mode = d.Int(0, 3), p.strength = d.Int(-1, 4);
   p.reserved_i = 1;
-  p.process_rect = r;
   f.full = d.Int(0, 1) == 1;
   return f;
 }
