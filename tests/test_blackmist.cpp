@@ -173,6 +173,14 @@ TEST(BlackMistResult, HandComputedFlatFrames) {
       {"mask 0", {200, 200, 200, 255}, 0, true,
        [](BlackMistFullParam& p) { p.light_intensity = 0.5f, p.hlr_threshold = 100, p.output_mode = 0; },
        {0, 0, 0, 255}},
+      // That glow screened over 200 at opacity 128, no second blur: F = 255 - 55 x 220 / 255
+      // = 208; a = (255 x 128) >> 8 = 127, wb = 128, ws = 127: (127 x 208 + 128 x 200) / 255
+      // = 203.98 -> 203 (at opacity 255 it would be 207).
+      {"opacity 128", {200, 200, 200, 255}, 128, true,
+       [](BlackMistFullParam& p) {
+         p.light_intensity = 0.5f, p.hlr_threshold = 100, p.blur_blended = 0, p.blend_opacity = 128;
+       },
+       {203, 203, 203, 255}},
       // The knee keeps (56, 53, 123) only when its product is taken in float (in double it
       // gives 122); the glow and the result follow from that key.
       {"knee, result", {56, 53, 123, 255}, -1, false, [](BlackMistFullParam&) {}, {118, 112, 246, 255}},
@@ -199,6 +207,22 @@ TEST(BlackMistResult, HandComputedFlatFrames) {
     EXPECT_TRUE(dst == want) << row.what << ": pixel 0 is " << int(dst.bytes[0]) << ","
                              << int(dst.bytes[1]) << "," << int(dst.bytes[2]) << "," << int(dst.bytes[3]);
   }
+}
+
+// The full call given the basic call's fixed settings (and preset 2's weights as its own)
+// renders the basic call's bytes.
+TEST(BlackMistResult, FullCallWithTheBasicSettingsMatchesTheBasicCall) {
+  Mist m;
+  ASSERT_EQ(m.effect.SetImageSize(37, 29), VX_OK);
+  Image src(37, 29), basic(37, 29), full(37, 29);
+  src.FillRandom(11);
+  BlackMistFullParam p = FullDefaults(src.Desc(), basic.Desc());
+  p.light_intensity = 1.5f, p.soft_radius = 3.0f, p.hlr_threshold = 60, p.strength = 2;
+  const BlackMistParam b = BasicOf(p);
+  ASSERT_EQ(m.effect.Process(&b), VX_OK);
+  p.dst = full.Desc(), p.weight_blur = 0.2f, p.weight_src = 0.8f;
+  ASSERT_EQ(m.effect.ProcessFull(&p), VX_OK);
+  EXPECT_TRUE(basic == full);
 }
 
 TEST(BlackMistResult, RadiusSpreadsTheGlow) {
