@@ -31,14 +31,7 @@ struct Picture {
     }
   }
   ImageDesc Desc(uint32_t channels, uint32_t format) {
-    ImageDesc d;
-    d.data = bytes.empty() ? 0 : &bytes[0];
-    d.width = width;
-    d.height = height;
-    d.stride = stride;
-    d.channels = channels;
-    d.format = format;
-    d.reserved = 0;
+    const ImageDesc d = {bytes.empty() ? 0 : &bytes[0], width, height, stride, channels, format, 0};
     return d;
   }
   uint32_t width, height, stride;
