@@ -16,11 +16,8 @@ namespace Vantyx {
 namespace {
 
 using test::Image;
+using test::Whole;
 using Px = std::vector<uint8_t>;
-
-ProcessRect Whole(const Image& img) {
-  return ProcessRect{0, 0, uint32_t(img.width), uint32_t(img.height)};
-}
 
 std::vector<const BlendKernel*> Tables() {
   std::vector<const BlendKernel*> t{kBlendKernelsPlain};

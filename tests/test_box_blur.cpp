@@ -15,6 +15,7 @@ namespace Vantyx {
 namespace {
 
 using test::Image;
+using test::Whole;
 using BlurFn = int32_t (*)(const ImageView&, const ImageView*, int32_t, const ProcessRect&);
 
 struct Form {
@@ -31,10 +32,6 @@ std::vector<Form> Forms() {
     f.push_back({"cols fast", box_blur_cols_sse41, false, true});
   }
   return f;
-}
-
-ProcessRect Whole(const Image& img) {
-  return ProcessRect{0, 0, uint32_t(img.width), uint32_t(img.height)};
 }
 
 // Finite floats in [0, 4) (random bits would give NaNs).

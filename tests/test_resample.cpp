@@ -13,13 +13,10 @@ namespace Vantyx {
 namespace {
 
 using test::Image;
+using test::Whole;
 
 using ResampleFn = int32_t (*)(const ImageView&, const ImageView&, const ProcessRect&,
                                const ProcessRect&);
-
-ProcessRect Whole(const Image& img) {
-  return ProcessRect{0, 0, uint32_t(img.width), uint32_t(img.height)};
-}
 
 std::vector<ResampleFn> ByteForms() {
   std::vector<ResampleFn> f{resample_bilinear_u8_plain};

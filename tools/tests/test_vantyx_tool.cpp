@@ -171,38 +171,31 @@ TEST(ToolEffectTable, OptionsMapOntoDistinctRecordFields) {
   }
 }
 
+// The records hold every option, default and fixed field at its place, and nothing else (the
+// images and the rectangle are filled per frame).
 TEST(ToolEffectTable, RecordsCarryTheValues) {
   Parsed p = Parse({"blackmist", "--intensity", "1.5", "--radius", "3", "--threshold", "90",
                     "--strength", "2", "a.png", "b.png"}, 64, 48);
   ASSERT_TRUE(p.ok) << p.error;
+  Vantyx::BlackMistParam basic{};
+  basic.light_intensity = 1.5f, basic.soft_radius = 3.0f, basic.hlr_threshold = 90, basic.strength = 2;
   std::vector<uint8_t> bytes = BuildParamRecord(*p.request.effect, p.settings);
-  Vantyx::BlackMistParam basic;
   ASSERT_EQ(bytes.size(), sizeof(basic));
-  std::memcpy(&basic, bytes.data(), sizeof(basic));
-  EXPECT_EQ(basic.light_intensity, 1.5f);
-  EXPECT_EQ(basic.soft_radius, 3.0f);
-  EXPECT_EQ(basic.hlr_threshold, 90u);
-  EXPECT_EQ(basic.strength, 2);
+  EXPECT_EQ(std::memcmp(bytes.data(), &basic, sizeof(basic)), 0);
 
   p = Parse({"blackmist", "--tint-amount", "0.25", "--output-mode", "blurred", "--blur-blended", "off",
              "a.png", "b.png"}, 64, 48);
   ASSERT_TRUE(p.ok) << p.error;
   p.settings.full_call = p.request.full_call;
+  Vantyx::BlackMistFullParam full{};
+  full.light_intensity = 1, full.soft_radius = 2, full.hlr_threshold = 160;  // 64 / 8 x 0.25
+  full.tint_amount = 0.25f, full.tint_brightness = 1, full.blend_opacity = 255;
+  full.weight_blur = 0.27f, full.weight_src = 0.73f, full.reserved_f = 1, full.keep_saturation = 1;
+  full.blend_blur_radius = float(64 / 8) * 0.06f, full.blend_mode = 5, full.output_mode = 1;
+  full.strength = 1, full.reserved_i = 1;
   bytes = BuildParamRecord(*p.request.effect, p.settings);
-  Vantyx::BlackMistFullParam full;
   ASSERT_EQ(bytes.size(), sizeof(full));
-  std::memcpy(&full, bytes.data(), sizeof(full));
-  EXPECT_EQ(full.tint_amount, 0.25f);
-  EXPECT_EQ(full.output_mode, 1);
-  EXPECT_EQ(full.blur_blended, 0);
-  EXPECT_EQ(full.keep_saturation, 1);
-  EXPECT_EQ(full.blend_mode, 5);
-  EXPECT_EQ(full.blend_opacity, 255u);
-  EXPECT_EQ(full.tint_brightness, 1.0f);
-  EXPECT_EQ(full.reserved_f, 1.0f);
-  EXPECT_EQ(full.reserved_i, 1);
-  EXPECT_EQ(full.blend_blur_radius, float(64 / 8) * 0.06f);
-  EXPECT_EQ(full.soft_radius, 2.0f);  // 64 / 8 x 0.25
+  EXPECT_EQ(std::memcmp(bytes.data(), &full, sizeof(full)), 0);
 }
 
 TEST(ToolRunner, EngineRefusalsComeBackAsMessages) {
