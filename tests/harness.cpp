@@ -10,6 +10,14 @@ namespace Vantyx {
 namespace test {
 namespace {
 
+// Under ThreadSanitizer every memory access costs ten times as much and a full frame finds no
+// race that the smaller frames do not: the full frames are left out there.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool kFullFrames = false;
+#else
+constexpr bool kFullFrames = true;
+#endif
+
 uint32_t Mix(uint32_t h, uint32_t v) { return (h ^ v) * 16777619u; }
 
 uint32_t HashName(const std::string& s) {
@@ -55,7 +63,7 @@ std::vector<Geometry> Geometries() {
   for (int32_t w : {45, 63, 67, 97, 131}) g.push_back({w, 2 + w % 5, cuts[w % 3]});
   g.push_back({1921, 3, Cut::kPastEdges});
   g.push_back({1921, 2, Cut::kInner});
-  g.push_back({1921, 1081, Cut::kBands});
+  if (kFullFrames) g.push_back({1921, 1081, Cut::kBands});
   return g;
 }
 
@@ -209,12 +217,13 @@ void ExpectFormsAgree(const std::vector<KernelRow>& rows) {
 
 void ExpectEffectRunsAgree(const std::vector<EffectRow>& rows) {
   const int32_t sizes[][2] = {{5, 7}, {2, 2}, {33, 17}, {64, 3}, {203, 117}, {1921, 1081}};
+  const size_t frames = sizeof(sizes) / sizeof(sizes[0]) - (kFullFrames ? 0 : 1);
   const struct {
     int32_t level, workers;
   } configs[] = {{SIMD_SSE3, 1}, {SIMD_SSE3, 8}, {SIMD_SSE41, 3}, {SIMD_SSE42, 8}};
   for (const EffectRow& row : rows) {
     int32_t successes = 0;
-    for (size_t k = 0; k < sizeof(sizes) / sizeof(sizes[0]); ++k) {
+    for (size_t k = 0; k < frames; ++k) {
       const int32_t w = sizes[k][0], h = sizes[k][1];
       const uint32_t seed = Mix(HashName(row.name), uint32_t(k));
       Image src(w, h, PIXEL_BGRA32, int32_t(k % 3) * 4 + 1), mask(w, h, PIXEL_GRAY8, int32_t(k));
