@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
 #include <vector>
 
 #include "core/block_segmenter.h"
@@ -50,13 +51,10 @@ TEST(Segmenter, SplitsWorkedByHand) {
     ASSERT_EQ(seg.BlockCount(), r.workers);
     ASSERT_EQ(seg.SplitBlocks(&r.rect, r.rows), 0);
     for (int32_t i = 0; i < r.workers; ++i) {
-      const ProcessRect& b = seg.BlockRect(i);
-      const uint32_t near = r.rows ? b.top : b.left, far = r.rows ? b.bottom : b.right;
-      const uint32_t across[2] = {r.rows ? b.left : b.top, r.rows ? b.right : b.bottom};
-      EXPECT_EQ(near, r.edges[size_t(i)]) << r.workers << " workers, block " << i;
-      EXPECT_EQ(far, r.edges[size_t(i) + 1]) << r.workers << " workers, block " << i;
-      EXPECT_EQ(across[0], r.rows ? r.rect.left : r.rect.top);
-      EXPECT_EQ(across[1], r.rows ? r.rect.right : r.rect.bottom);
+      ProcessRect want = r.rect;
+      (r.rows ? want.top : want.left) = r.edges[size_t(i)];
+      (r.rows ? want.bottom : want.right) = r.edges[size_t(i) + 1];
+      EXPECT_EQ(std::memcmp(&seg.BlockRect(i), &want, sizeof(want)), 0) << r.workers << " workers, block " << i;
     }
     Seen seen;
     int owner_tag = 0;
