@@ -177,4 +177,11 @@ std::vector<double> ResolveValues(const EffectSpec& effect, const std::vector<bo
   return resolved;
 }
 
+bool NeedsFullCall(const EffectSpec& effect, const std::vector<bool>& given) {
+  for (size_t i = 0; i < effect.option_count && i < given.size(); ++i) {
+    if (given[i] && effect.options[i].basic_offset < 0) return true;
+  }
+  return false;
+}
+
 }  // namespace VantyxTool

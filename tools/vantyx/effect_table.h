@@ -81,6 +81,9 @@ double OptionMax(const OptionSpec& option, const FrameContext& frame);
 std::vector<double> ResolveValues(const EffectSpec& effect, const std::vector<bool>& given,
                                   const std::vector<double>& values, int32_t width,
                                   int32_t height);
+// The full call as soon as any option that only the full record has is given; every host
+// around the library chooses the call this way.
+bool NeedsFullCall(const EffectSpec& effect, const std::vector<bool>& given);
 
 }  // namespace VantyxTool
 

@@ -250,7 +250,6 @@ bool ParseApply(const std::vector<std::string>& args, ApplyRequest* request, std
       request->given[size_t(index)] = true;
       request->values[size_t(index)] = v;
       request->texts[size_t(index)] = value;
-      if (option.basic_offset < 0) request->full_call = true;
     } else if (name == "mask") {
       if (value.empty()) {
         *error = "option --mask: needs a file name";
@@ -273,6 +272,7 @@ bool ParseApply(const std::vector<std::string>& args, ApplyRequest* request, std
     }
   }
 
+  request->full_call = NeedsFullCall(effect, request->given);
   if (positional.size() != 2) {
     *error = "apply " + std::string(effect.name) + " needs an input and an output (got " +
              std::to_string(positional.size()) + " file names)";
