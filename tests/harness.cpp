@@ -222,7 +222,6 @@ void ExpectEffectRunsAgree(const std::vector<EffectRow>& rows) {
     int32_t level, workers;
   } configs[] = {{SIMD_SSE3, 1}, {SIMD_SSE3, 8}, {SIMD_SSE41, 3}, {SIMD_SSE42, 8}};
   for (const EffectRow& row : rows) {
-    int32_t successes = 0;
     for (size_t k = 0; k < frames; ++k) {
       const int32_t w = sizes[k][0], h = sizes[k][1];
       const uint32_t seed = Mix(HashName(row.name), uint32_t(k));
@@ -255,9 +254,9 @@ void ExpectEffectRunsAgree(const std::vector<EffectRow>& rows) {
               << rect.bottom << ", seed " << seed << ": level " << config.level << " with "
               << config.workers << " workers";
         if (reference.empty()) {
+          EXPECT_EQ(rc, 0) << where.str() << " fails: draw parameters within their ranges";
           reference = dst;
           reference_rc = rc;
-          successes += rc == 0;
           continue;
         }
         ASSERT_EQ(rc, reference_rc) << where.str() << " returns another code";
@@ -265,7 +264,6 @@ void ExpectEffectRunsAgree(const std::vector<EffectRow>& rows) {
         ASSERT_TRUE(diff.empty()) << where.str() << " gives other bytes at " << diff;
       }
     }
-    EXPECT_GT(successes, 0) << row.name << ": no frame succeeded, nothing was compared";
   }
 }
 

@@ -22,7 +22,7 @@
 // Effects: a row names the effect class and a call that fills a record on a Frame and runs it.
 // Every frame (odd sizes up to 1921 x 1081, a mask on some, a sub-rectangle on some) runs at
 // processor level 3 with 1 and 8 workers and at levels 5 and 6 with 3 and 8 workers; every run
-// must return the same code and leave the same destination bytes.
+// must succeed and leave the same destination bytes (draw parameters within their ranges).
 //
 //   TEST(HalationForms, LevelsAndWorkersAgree) {
 //     test::ExpectEffectRunsAgree({test::EffectRow::Of<HalationEffect>(
