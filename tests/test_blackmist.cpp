@@ -145,8 +145,6 @@ TEST(BlackMistResult, HandComputedFlatFrames) {
       // White survives key, curve and screen at 255; the weighting sum then gives
       // 255 x (w1 + w2) / 65536 with w1 + w2 = 65535 for presets 0-3 (17694 + 47841 for
       // preset 1): 254; an unknown preset weighs 0 + 65536: 255.
-      {"white, preset 0", {255, 255, 255, 255}, -1, false,
-       [](BlackMistFullParam& p) { p.strength = 0; }, {254, 254, 254, 255}},
       {"white, preset 3", {255, 255, 255, 255}, -1, false,
        [](BlackMistFullParam& p) { p.strength = 3; }, {254, 254, 254, 255}},
       {"white, preset 7", {255, 255, 255, 255}, -1, false,

@@ -146,25 +146,5 @@ TEST(Stress, OneEngineManyEffectsAndFrames) {
   EXPECT_EQ(engine, nullptr);
 }
 
-// Engines themselves come and go: each owns a pool of workers that must be joined and freed.
-TEST(Stress, EnginesComeAndGo) {
-  std::vector<uint8_t> first;
-  for (int32_t i = 0, rounds = Rounds(40); i < rounds; ++i) {
-    VantyxEngine* engine = nullptr;
-    CreateVantyxEngine(&engine);
-    ASSERT_NE(engine, nullptr);
-    void* handle = nullptr;
-    ASSERT_EQ(engine->CreateEffect(&handle, EFFECT_BLACKMIST), VX_OK);
-    SetLevel(handle, SIMD_NONE);
-    const std::vector<uint8_t> out = RunReference(AsBlackMistFull(handle));
-    if (i == 0) first = out;
-    ASSERT_EQ(out, first) << "engine " << i;
-    if (i % 2) {
-      ASSERT_EQ(engine->DeleteEffect(&handle, EFFECT_BLACKMIST), VX_OK);
-    }
-    DeleteVantyxEngine(&engine);
-  }
-}
-
 }  // namespace
 }  // namespace Vantyx
