@@ -1,5 +1,4 @@
-// The debug log: lines read back through a capturing sink, from one thread and many, and the
-// stopwatch.
+// The debug log: lines read back through a capturing sink, from one thread and many.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -49,18 +48,6 @@ TEST(DebugLog, ManyThreadsWholeLines) {
     EXPECT_EQ(l.compare(0, 14, "[VNTX] thread "), 0) << l;
     EXPECT_EQ(l.find('\n'), l.size() - 1) << l;
   }
-}
-
-TEST(Stopwatch, NeverNegative) {
-  Stopwatch watch;
-  watch.Start();
-  const double a = watch.ElapsedSeconds();
-  EXPECT_GE(a, 0.0);
-  EXPECT_GE(watch.ElapsedSeconds(), a);  // monotonic while running
-  watch.StartTwice();
-  EXPECT_GE(watch.ElapsedSeconds(), 0.0);
-  watch.Stop();
-  EXPECT_GE(watch.ElapsedSeconds(), 0.0);  // measured from the stop
 }
 
 }  // namespace

@@ -39,10 +39,8 @@ TEST(SimdLevel, TableInOrder) {
 
 TEST(Platform, LiveReadings) {
   EXPECT_GE(platform::ProcessorCount(), 1);
-  const int32_t level = platform::MeasureSimdLevel();
-  EXPECT_EQ(level, platform::SimdLevelFromCpuid(platform::ReadCpuid()));
 #if defined(__x86_64__) || defined(_M_X64)
-  EXPECT_GE(level, SIMD_SSE2);  // every x86-64 processor has SSE2
+  EXPECT_GE(platform::MeasureSimdLevel(), SIMD_SSE2);  // every x86-64 processor has SSE2
 #endif
   const int64_t a = platform::NowNs();
   EXPECT_LE(a, platform::NowNs());

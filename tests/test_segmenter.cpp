@@ -110,22 +110,5 @@ TEST(Segmenter, RefusalsPostNothing) {
   EXPECT_EQ(seen.calls.load(), 0);
 }
 
-TEST(Segmenter, PoolShrunkAfterBindStillCompletes) {
-  // Bound to 8 workers, then the pool restarts with 2: the 8 blocks queue up on 2 workers.
-  CThreadPool pool;
-  pool.Create(8);
-  BlockSegmenter seg;
-  seg.Bind(&pool);
-  pool.Create(2);
-  const ProcessRect r{0, 0, 16, 16};
-  Seen seen;
-  EXPECT_EQ(seg.SegmentBlock(&Record, &seen, nullptr, &r, true), 0);
-  EXPECT_EQ(seen.calls.load(), 8);
-  EXPECT_EQ(seen.covered.load(), 256u);
-  pool.Destroy();  // no workers at all: refused per block, never a hang
-  EXPECT_EQ(seg.SegmentBlock(&Record, &seen, nullptr, &r, true), VX_E_INVALIDARG);
-  EXPECT_EQ(seen.calls.load(), 8);
-}
-
 }  // namespace
 }  // namespace Vantyx
