@@ -36,7 +36,7 @@ Frame::Frame(int32_t w, int32_t h, uint32_t fmt, uint32_t seed)
 
 Frame PhotoFrame(int32_t w, int32_t h) {
   Frame f(w, h, PIXEL_BGRA32, 1);
-  const cv::Mat photo = cv::imread(VANTYX_ASSETS_DIR "/coffee.png", cv::IMREAD_COLOR);
+  const cv::Mat photo = cv::imread(VANTYX_BENCH_PHOTO, cv::IMREAD_COLOR);
   if (photo.empty()) return f;  // random bytes: the case still runs
   cv::Mat big, bgra(h, w, CV_8UC4, f.bytes.data(), size_t(f.stride));
   cv::resize(photo, big, cv::Size(w, h), 0, 0, cv::INTER_CUBIC);

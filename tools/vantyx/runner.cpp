@@ -114,6 +114,11 @@ bool EffectRunner::Render(const FrameSettings& settings, const uint8_t* src,
                           const uint8_t* mask, uint8_t* dst, std::string* error) {
   m_record = BuildParamRecord(*m_effect, settings);
   const uint32_t w = uint32_t(m_width), h = uint32_t(m_height);
+  const size_t row_bytes = size_t(settings.rect.Width()) * 4;
+  for (uint32_t y = settings.rect.top; y < settings.rect.bottom; ++y) {
+    std::memcpy(dst + size_t(y - settings.rect.top) * row_bytes,
+                src + (size_t(y) * w + settings.rect.left) * 4, row_bytes);
+  }
   const Vantyx::ImageDesc views[3] = {
       Desc(src, w, h, 4, Vantyx::PIXEL_BGRA32),
       mask ? Desc(mask, w, h, 1, Vantyx::PIXEL_GRAY8) : Vantyx::ImageDesc{},

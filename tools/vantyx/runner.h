@@ -49,6 +49,8 @@ class EffectRunner {
   bool Open(const EffectSpec& effect, std::string* error);
   bool SetImageSize(int32_t width, int32_t height, std::string* error);
   // src: width x height BGRA; mask: width x height bytes or null; dst: the rectangle's size.
+  // dst first receives the source's rectangle, as a host that renders in place has it: pixels
+  // an effect leaves alone (where its layer is transparent) keep the picture.
   bool Render(const FrameSettings& settings, const uint8_t* src, const uint8_t* mask,
               uint8_t* dst, std::string* error);
   void Close();
