@@ -25,8 +25,8 @@ using test::Image;
 // The frames' parameters. The blurred blend: output modes 1 and 2, blend radii of 2 to 24 (the
 // rows of neighbouring strips in every window), a half-size blur, an opacity of 0 on some
 // frames (the blur then works on the destination's own bytes), weights of any sign. The other
-// kind: every output mode, blend radii of none, one, negative and past the fused passes'
-// limit, and an unknown blend mode.
+// kind: every output mode, blend radii of none, one and past the fused passes' limit. (Records
+// that fail a stage are HandPickedRecordsFusedOrNot's.)
 BlackMistFullParam DrawFull(test::Frame& f, bool blurred_blend) {
   const float max_radius = float(std::max(f.width, f.height) / 8);
   BlackMistFullParam p{};
@@ -50,8 +50,8 @@ BlackMistFullParam DrawFull(test::Frame& f, bool blurred_blend) {
     p.output_mode = f.Pick({1, 2});
   } else {
     p.blur_blended = uint8_t(f.Int(0, 1));
-    p.blend_blur_radius = float(f.Pick({0, 1, 140, 400, -3}));
-    p.blend_mode = f.Pick({f.Int(0, 28), 29});
+    p.blend_blur_radius = float(f.Pick({0, 1, 140, 400}));
+    p.blend_mode = f.Int(0, 28);
     p.output_mode = f.Int(0, 3);
   }
   return p;
