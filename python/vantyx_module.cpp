@@ -90,8 +90,8 @@ std::vector<std::string> StagesIn(const std::vector<std::string>& lines) {
 
 // ---- engines ----------------------------------------------------------------------------------
 
-// Effects of one engine share its worker pool: one frame at a time per engine. The lock is taken
-// with the GIL released, so other Python threads run while a frame renders or waits.
+// Effects of one engine share its worker pool: one frame at a time per engine. A frame renders
+// holding the engine's lock and not the GIL, so other Python threads run meanwhile.
 struct EngineCore {
   std::mutex mutex;
   Vantyx::VantyxEngine* engine = nullptr;
@@ -100,6 +100,8 @@ struct EngineCore {
   }
 };
 
+// The engine's lock for quick work done with the GIL held (creating and deleting effects): when
+// a frame holds it, the GIL is let go while waiting, not to stall every Python thread.
 class EngineLock {
  public:
   explicit EngineLock(EngineCore& core) : m_lock(core.mutex, std::try_to_lock) {
@@ -317,12 +319,7 @@ class Effect {
     }
   }
   ~Effect() {
-    // Python frees objects with the GIL held; the lock must not wait for a frame holding it.
-    std::unique_lock<std::mutex> lock(m_core->mutex, std::defer_lock);
-    if (!lock.try_lock()) {
-      py::gil_scoped_release nogil;
-      lock.lock();
-    }
+    EngineLock lock(*m_core);
     if (m_core->engine && m_instance) m_core->engine->DeleteEffect(&m_instance, m_effect->type);
   }
   Effect(const Effect&) = delete;
@@ -373,9 +370,11 @@ class Effect {
     // array starts at zero, as the command line's does.
     const py::ssize_t out_w = settings.rect.Width(), out_h = settings.rect.Height();
     py::module_ numpy = py::module_::import("numpy");
-    py::array result = numpy.attr("zeros")(py::make_tuple(out_h, out_w, 4), "uint8");
-    py::array target = result;  // where the library writes
-    if (!out.is_none()) {
+    py::array result, target;  // what is returned, where the library writes
+    images.dst_stride = uint32_t(out_w) * 4;
+    if (out.is_none()) {
+      result = target = numpy.attr("zeros")(py::make_tuple(out_h, out_w, 4), "uint8");
+    } else {
       py::array dst = CheckImage(out, "out", 4, "an H x W x 4 BGRA image");
       if (dst.shape(0) != out_h || dst.shape(1) != out_w) {
         Fail(PyExc_ValueError, "out must be " + std::to_string(out_h) + " x " +
@@ -386,17 +385,16 @@ class Effect {
       if (!dst.writeable()) Fail(PyExc_ValueError, "out is read-only");
       uint32_t stride = 0;
       // Written in place unless its layout or an overlap with an input forbids it.
-      bool direct = PixelRows(dst, 4, &stride) &&
-                    !Overlap(Extent(dst, stride, 4), Extent(src, images.src_stride, 4)) &&
-                    !(images.mask && Overlap(Extent(dst, stride, 4),
-                                             Extent(mask_array, images.mask_stride, 1)));
-      if (direct) {
-        images.dst_stride = stride;
-      }
+      const bool direct =
+          PixelRows(dst, 4, &stride) &&
+          !Overlap(Extent(dst, stride, 4), Extent(src, images.src_stride, 4)) &&
+          !(images.mask &&
+            Overlap(Extent(dst, stride, 4), Extent(mask_array, images.mask_stride, 1)));
+      if (direct) images.dst_stride = stride;
+      // A copy keeps out's pixels, for those the effect leaves alone.
       target = direct ? dst : py::array(numpy.attr("array")(dst, "uint8", py::arg("order") = "C"));
       result = dst;
     }
-    if (images.dst_stride == 0) images.dst_stride = uint32_t(out_w) * 4;
     images.dst = static_cast<uint8_t*>(target.mutable_data());
 
     Render(width, height, settings, images);

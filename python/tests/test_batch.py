@@ -52,6 +52,7 @@ def test_cluster_run_matches_sequential_calls(effect, pictures, client, tmp_path
         fx = engine.effect(effect)
         for name in (name for name in names if name != "broken.png"):
             assert (tmp_path / "cluster" / name).read_bytes() == (tmp_path / "here" / name).read_bytes()
+            assert Image.open(tmp_path / "here" / name).format == ("PNG" if name.endswith(".png") else "JPEG")
             if name.endswith(".png"):
                 source = Image.open(pictures / name)
                 alpha = source.mode == "RGBA"
