@@ -8,17 +8,12 @@
 
 #include "imageops/resample.h"
 #include "imageops/resample_internal.h"
-#include "test_support.h"
+#include "harness.h"
 
 namespace Vantyx {
 namespace {
 
 using test::Image;
-
-constexpr int32_t kPointer = static_cast<int32_t>(0x80004003u);
-constexpr int32_t kFail = static_cast<int32_t>(0x80004005u);
-constexpr int32_t kNotImpl = static_cast<int32_t>(0x80004001u);
-constexpr int32_t kInvalidArg = static_cast<int32_t>(0x80070057u);
 
 using ResampleFn = int32_t (*)(const ImageView&, const ImageView&, const ProcessRect&,
                                const ProcessRect&);
@@ -169,51 +164,52 @@ TEST(ResampleClosedForm, EqualSizesCopy) {
 
 // --- Checks and the choice of kernel --------------------------------------------------------
 
-TEST(ResampleChecks, CodesInOrder) {
+TEST(ResampleChecks, CodesInOrderDestinationUntouched) {
   Image src(8, 8), dst(4, 4);
   src.FillRandom(1);
   const Image before = dst;
-  ImageView s = src.View(), d = dst.View();
+  const ImageView s = src.View(), d = dst.View();
   ImageView null_s = s, null_d = d, flat = s, f96 = d;
-  null_s.data = nullptr;
-  null_d.data = nullptr;
-  flat.height = 0;
-  f96.format = PIXEL_FLOAT96;
+  null_s.data = nullptr, null_d.data = nullptr, flat.height = 0, f96.format = PIXEL_FLOAT96;
   const ProcessRect all{0, 0, 8, 8}, rows{0, 0, 4, 4};
+  const struct {
+    const char* what;
+    ImageView src, dst;
+    ProcessRect src_rect, strip;
+    int32_t want_u8, want_f32;  // the byte kernels; the float kernel (no FLOAT96 pair here)
+  } cases[] = {
+      {"null source", null_s, d, all, rows, VX_E_POINTER, VX_E_POINTER},
+      {"null destination", s, null_d, all, rows, VX_E_POINTER, VX_E_POINTER},
+      {"null before an empty side", flat, null_d, all, rows, VX_E_POINTER, VX_E_POINTER},
+      {"empty side", flat, d, all, rows, VX_E_FAIL, VX_E_FAIL},
+      {"one FLOAT96 side", s, f96, all, rows, VX_E_NOTIMPL, VX_E_NOTIMPL},
+      {"empty source rectangle", s, d, {3, 3, 3, 8}, rows, VX_E_INVALIDARG, VX_E_NOTIMPL},
+      {"source rectangle outside", s, d, {9, 0, 20, 8}, rows, VX_E_INVALIDARG, VX_E_NOTIMPL},
+      {"empty strip", s, d, all, {0, 2, 4, 2}, 0, VX_E_NOTIMPL},
+      {"strip below the destination", s, d, all, {0, 4, 4, 9}, 0, VX_E_NOTIMPL},
+  };
   std::vector<ResampleFn> forms = ByteForms();
   forms.push_back(resample_bilinear_f32);
-  for (ResampleFn fn : forms) {
-    const bool f32 = fn == resample_bilinear_f32;
-    EXPECT_EQ(fn(null_s, d, all, rows), kPointer);
-    EXPECT_EQ(fn(s, null_d, all, rows), kPointer);
-    EXPECT_EQ(fn(flat, null_d, all, rows), kPointer);
-    EXPECT_EQ(fn(flat, d, all, rows), kFail);
-    EXPECT_EQ(fn(s, f96, all, rows), kNotImpl);  // one FLOAT96 side is no kernel's pair
-    EXPECT_EQ(fn(s, d, ProcessRect{3, 3, 3, 8}, rows), f32 ? kNotImpl : kInvalidArg);
-    EXPECT_EQ(fn(s, d, ProcessRect{9, 0, 20, 8}, rows), f32 ? kNotImpl : kInvalidArg);
-    EXPECT_EQ(fn(s, d, all, ProcessRect{0, 2, 4, 2}), f32 ? kNotImpl : 0);
-    EXPECT_EQ(fn(s, d, all, ProcessRect{0, 4, 4, 9}), f32 ? kNotImpl : 0);  // below dst
-    EXPECT_EQ(dst, before);
-  }
-  EXPECT_EQ(resample_bilinear(null_s, d, all, rows, test::HasSse41() ? 5 : 0), kPointer);
-  EXPECT_EQ(resample_bilinear(s, d, all, rows, 0), 0);
+  for (ResampleFn fn : forms)
+    for (const auto& c : cases) {
+      const int32_t want = fn == resample_bilinear_f32 ? c.want_f32 : c.want_u8;
+      EXPECT_EQ(fn(c.src, c.dst, c.src_rect, c.strip), want) << c.what;
+      EXPECT_EQ(dst, before) << c.what;
+    }
 }
 
 TEST(ResampleChecks, KernelChoiceAndNames) {
   Image b(4, 4), f(4, 4, PIXEL_FLOAT96);
-  EXPECT_STREQ(resample_kernel_name(b.View(), b.View(), 0), "resize buff");
-  EXPECT_STREQ(resample_kernel_name(b.View(), b.View(), 4), "resize buff");
-  EXPECT_STREQ(resample_kernel_name(b.View(), b.View(), 5), "resize buff SSE");
-  EXPECT_STREQ(resample_kernel_name(f.View(), f.View(), 0), "resize buff SSE");
-  EXPECT_STREQ(resample_kernel_name(b.View(), f.View(), 0), "resize buff");
-  // Both levels give the same bytes; FLOAT96 pairs go to the float kernel at any level.
-  Image src(13, 7), lo(29, 3), hi(29, 3);
-  src.FillRandom(2);
-  ASSERT_EQ(resample_bilinear(src.View(), lo.View(), Whole(src), Whole(lo), 0), 0);
-  if (test::HasSse41()) {
-    ASSERT_EQ(resample_bilinear(src.View(), hi.View(), Whole(src), Whole(hi), 5), 0);
-    EXPECT_EQ(lo, hi);
-  }
+  const struct {
+    ImageView src, dst;
+    int32_t level;
+    const char* name;
+  } cases[] = {{b.View(), b.View(), 0, "resize buff"},     {b.View(), b.View(), 4, "resize buff"},
+               {b.View(), b.View(), 5, "resize buff SSE"}, {f.View(), f.View(), 0, "resize buff SSE"},
+               {b.View(), f.View(), 0, "resize buff"}};
+  for (const auto& c : cases)
+    EXPECT_STREQ(resample_kernel_name(c.src, c.dst, c.level), c.name) << c.level;
+  // FLOAT96 pairs take the float kernel at any level: a flat 1.0 stays 1.0.
   Image fs(3, 3, PIXEL_FLOAT96), fd(6, 6, PIXEL_FLOAT96);
   const float one = 1.0f;
   for (size_t i = 0; i < fs.bytes.size(); i += 4) std::memcpy(&fs.bytes[i], &one, 4);
@@ -223,61 +219,21 @@ TEST(ResampleChecks, KernelChoiceAndNames) {
   EXPECT_EQ(got, 1.0f);
 }
 
-// --- Strips and plain against SSE4.1 --------------------------------------------------------
-
-// Bands of destination rows in the destination's stage coordinates equal one whole call; a
-// source rectangle past the source is cut to it.
-TEST(ResampleStrips, BandsMatchAWholeCall) {
-  Image src(45, 31, PIXEL_BGRA32, 2);
-  src.FillRandom(3);
-  std::vector<ResampleFn> forms = ByteForms();
-  forms.push_back(resample_bilinear_f32);
-  for (ResampleFn fn : forms) {
-    const bool f32 = fn == resample_bilinear_f32;
-    Image s = f32 ? Image(45, 31, PIXEL_FLOAT96) : src;
-    if (f32)
-      for (size_t i = 0; i < s.bytes.size(); i += 4) {
-        const float v = float(src.bytes[i / 3]);
-        std::memcpy(&s.bytes[i], &v, 4);
-      }
-    const uint32_t fmt = s.format;
-    Image whole(70, 17, fmt, 3), cut(70, 17, fmt, 3);
-    ASSERT_EQ(fn(s.View(), whole.View(), Whole(s), Whole(whole)), 0);
-    for (uint32_t top = 0, h = 1; top < 17; top += h, h = h % 5 + 1)
-      ASSERT_EQ(fn(s.View(), cut.View(0, 40), ProcessRect{0, 0, 1000, 1000},
-                   ProcessRect{0, 40 + top, 70, 40 + top + h}),
-                0);
-    EXPECT_TRUE(whole == cut) << (f32 ? "f32" : "u8");
-  }
-}
-
-void ExpectFormsAgree(int32_t sw, int32_t sh, int32_t dw, int32_t dh, uint32_t seed) {
-  Image src(sw, sh, PIXEL_BGRA32, int32_t(seed % 5)), a(dw, dh, PIXEL_BGRA32, int32_t(seed % 3));
-  src.FillRandom(seed);
-  Image b = a;
-  ASSERT_EQ(Resize(resample_bilinear_u8_plain, src, a), 0);
-  ASSERT_EQ(Resize(resample_bilinear_u8_sse41, src, b), 0);
-  ASSERT_TRUE(a == b) << sw << "x" << sh << " -> " << dw << "x" << dh;
-}
-
-TEST(ResampleFast, UpDownAndOddRatios) {
-  if (!test::HasSse41()) GTEST_SKIP() << "no SSE4.1";
-  const int32_t cases[][4] = {{1, 1, 1, 1},    {1, 1, 7, 3},     {3, 2, 6, 4},     {5, 7, 2, 3},
-                              {67, 1, 1, 1},   {37, 23, 64, 5},  {64, 48, 32, 24}, {33, 17, 66, 34},
-                              {100, 75, 37, 113}, {2, 2, 1, 9},  {7, 3, 3, 7}};
-  uint32_t seed = 1;
-  for (const auto& c : cases) ExpectFormsAgree(c[0], c[1], c[2], c[3], seed++);
-  for (int32_t w = 1; w <= 67; ++w) {
-    ExpectFormsAgree(w, 3, 2 * w, 5, seed++);
-    ExpectFormsAgree(w, 4, std::max(1, w / 2), 2, seed++);
-    ExpectFormsAgree(w, 2, 68 - w, 3, seed++);
-  }
-}
-
-TEST(ResampleFast, FullHdDownAndUp) {
-  if (!test::HasSse41()) GTEST_SKIP() << "no SSE4.1";
-  ExpectFormsAgree(1921, 1081, 960, 540, 50);
-  ExpectFormsAgree(961, 541, 1921, 1081, 51);
+// The float kernel has no fast form: its row checks bands against one call.
+TEST(ResampleForms, FastMatchesPlain) {
+  test::ExpectFormsAgree({
+      test::KernelRow("resample_bilinear_u8", {{PIXEL_BGRA32}, {PIXEL_BGRA32}},
+                      [](test::Case& c) {
+                        return c.Form(resample_bilinear_u8_plain, resample_bilinear_u8_sse41)(
+                            c.View(0), c.View(1), c.Area(0), c.strip);
+                      })
+          .SourceSizedApart(),
+      test::KernelRow("resample_bilinear_f32", {{PIXEL_FLOAT96}, {PIXEL_FLOAT96}},
+                      [](test::Case& c) {
+                        return resample_bilinear_f32(c.View(0), c.View(1), c.Area(0), c.strip);
+                      })
+          .SourceSizedApart(),
+  });
 }
 
 }  // namespace

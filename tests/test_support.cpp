@@ -1,5 +1,8 @@
 #include "test_support.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "core/debug_log.h"
 #include "core/platform.h"
 
@@ -37,13 +40,13 @@ ImageDesc Image::Desc() {
 }
 
 void FillRandomBytes(uint8_t* data, size_t n, uint32_t seed) {
-  uint32_t s = seed * 2654435761u + 0x9E3779B9u;
-  if (s == 0) s = 1;
-  for (size_t i = 0; i < n; ++i) {
-    s ^= s << 13;
-    s ^= s >> 17;
-    s ^= s << 5;
-    data[i] = uint8_t(s >> 24);
+  uint64_t s = uint64_t(seed) * 0x9E3779B97F4A7C15ull + 0x2545F4914F6CDD1Dull;
+  for (size_t i = 0; i < n; i += 8) {  // xorshift64*, eight bytes a step
+    s ^= s >> 12;
+    s ^= s << 25;
+    s ^= s >> 27;
+    const uint64_t v = s * 0x2545F4914F6CDD1Dull;
+    std::memcpy(data + i, &v, std::min<size_t>(8, n - i));
   }
 }
 

@@ -159,13 +159,6 @@ int32_t FindChoice(const OptionSpec& option, const std::string& name) {
   return -1;
 }
 
-bool NeedsFullCall(const EffectSpec& effect, const std::vector<bool>& given) {
-  for (size_t i = 0; i < effect.option_count && i < given.size(); ++i) {
-    if (given[i] && effect.options[i].basic_offset < 0) return true;
-  }
-  return false;
-}
-
 double OptionValue(const FrameContext& frame, const char* name) {
   const int32_t index = FindOption(*frame.effect, name);
   return index < 0 ? 0.0 : (*frame.values)[size_t(index)];
@@ -189,6 +182,13 @@ std::vector<double> ResolveValues(const EffectSpec& effect, const std::vector<bo
     }
   }
   return resolved;
+}
+
+bool NeedsFullCall(const EffectSpec& effect, const std::vector<bool>& given) {
+  for (size_t i = 0; i < effect.option_count && i < given.size(); ++i) {
+    if (given[i] && effect.options[i].basic_offset < 0) return true;
+  }
+  return false;
 }
 
 }  // namespace VantyxTool

@@ -77,14 +77,15 @@ const EffectSpec* FindEffect(const std::string& name);
 int32_t FindOption(const EffectSpec& effect, const std::string& name);  // index or -1
 // The value a choice name stands for, or -1 (also for an option without names).
 int32_t FindChoice(const OptionSpec& option, const std::string& name);
-// A host makes the full call as soon as any option that only the full record has is given.
-bool NeedsFullCall(const EffectSpec& effect, const std::vector<bool>& given);
 
 // The option's upper bound for a frame, and the full list of values once defaults are filled in.
 double OptionMax(const OptionSpec& option, const FrameContext& frame);
 std::vector<double> ResolveValues(const EffectSpec& effect, const std::vector<bool>& given,
                                   const std::vector<double>& values, int32_t width,
                                   int32_t height);
+// The full call as soon as any option that only the full record has is given; every host
+// around the library chooses the call this way.
+bool NeedsFullCall(const EffectSpec& effect, const std::vector<bool>& given);
 
 }  // namespace VantyxTool
 
