@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 #include "effect_table.h"
 #include "options.h"
 #include "runner.h"
@@ -21,6 +23,11 @@ namespace py = pybind11;
 using namespace VantyxTool;
 
 namespace {
+
+[[noreturn]] void Fail(PyObject* type, const std::string& message) {
+  PyErr_SetString(type, message.c_str());
+  throw py::error_already_set();
+}
 
 // ---- the library's diagnostics --------------------------------------------------------------
 // The library writes each diagnostic line to C's stderr with one call. stderr becomes, once, a
@@ -92,11 +99,15 @@ std::vector<std::string> StagesIn(const std::vector<std::string>& lines) {
 
 // Effects of one engine share its worker pool: one frame at a time per engine. A frame renders
 // holding the engine's lock and not the GIL, so other Python threads run meanwhile.
+// A fork copies an engine without its worker threads: a child (multiprocessing's default on
+// Linux) must make its own engine, and must not ask the copy to join threads it never had.
 struct EngineCore {
   std::mutex mutex;
   Vantyx::VantyxEngine* engine = nullptr;
+  const pid_t pid = getpid();
+  bool Usable() const { return engine && pid == getpid(); }
   ~EngineCore() {
-    if (engine) DeleteVantyxEngine(&engine);
+    if (Usable()) DeleteVantyxEngine(&engine);
   }
 };
 
@@ -115,6 +126,13 @@ class EngineLock {
   std::unique_lock<std::mutex> m_lock;
 };
 
+void CheckUsable(const EngineCore& core) {
+  if (!core.engine) Fail(PyExc_ValueError, "the engine is closed");
+  if (core.pid != getpid()) {
+    Fail(PyExc_RuntimeError, "the engine was made before this process was forked: make one here");
+  }
+}
+
 class Engine {
  public:
   Engine() : m_core(std::make_shared<EngineCore>()) {
@@ -124,7 +142,8 @@ class Engine {
   }
   void Close() {
     EngineLock lock(*m_core);
-    if (m_core->engine) DeleteVantyxEngine(&m_core->engine);  // and every effect it made
+    if (m_core->Usable()) DeleteVantyxEngine(&m_core->engine);  // and every effect it made
+    m_core->engine = nullptr;
   }
   bool Closed() const { return m_core->engine == nullptr; }
   const std::shared_ptr<EngineCore>& Core() const { return m_core; }
@@ -134,11 +153,6 @@ class Engine {
 };
 
 // ---- arguments --------------------------------------------------------------------------------
-
-[[noreturn]] void Fail(PyObject* type, const std::string& message) {
-  PyErr_SetString(type, message.c_str());
-  throw py::error_already_set();
-}
 
 std::string ShapeText(const py::array& a) {
   std::string text = "(";
@@ -312,7 +326,7 @@ class Effect {
   Effect(const Engine& engine, const std::string& name)
       : m_core(engine.Core()), m_effect(&EffectNamed(name)) {
     EngineLock lock(*m_core);
-    if (!m_core->engine) Fail(PyExc_ValueError, "the engine is closed");
+    CheckUsable(*m_core);
     const int32_t rc = m_core->engine->CreateEffect(&m_instance, m_effect->type);
     if (rc < 0 || !m_instance) {
       RaiseLibraryError(*m_effect, "create", rc < 0 ? rc : int32_t(Vantyx::VX_E_NOTIMPL), "");
@@ -320,7 +334,7 @@ class Effect {
   }
   ~Effect() {
     EngineLock lock(*m_core);
-    if (m_core->engine && m_instance) m_core->engine->DeleteEffect(&m_instance, m_effect->type);
+    if (m_core->Usable() && m_instance) m_core->engine->DeleteEffect(&m_instance, m_effect->type);
   }
   Effect(const Effect&) = delete;
   Effect& operator=(const Effect&) = delete;
@@ -405,6 +419,7 @@ class Effect {
  private:
   void Render(int32_t width, int32_t height, const FrameSettings& settings,
               const FrameImages& images) {
+    CheckUsable(*m_core);  // before the lock: a forked child may hold a copy of it locked
     std::string captured;
     const char* call = "process";
     int32_t rc = 0;

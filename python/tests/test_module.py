@@ -1,7 +1,9 @@
 """The vantyx module against the command line and the C++ example host, and its argument rules."""
 
 import ast
+import os
 import pathlib
+import pickle
 import sys
 import threading
 import time
@@ -107,6 +109,8 @@ def test_library_error_carries_code_meaning_and_stage(effect, engine, frame):
     assert error.stages[-1] == "total process" and error.stage in error.stages
     assert error.stage in str(error) and "0x80004005" in str(error)
     assert all(line.startswith("[VNTX] ") for line in error.log) and error.log
+    copy = pickle.loads(pickle.dumps(error))
+    assert (str(copy), copy.code, copy.stages, copy.log) == (str(error), error.code, error.stages, error.log)
     assert fx.process(frame).shape == frame.shape  # and the effect works on
 
 
@@ -196,6 +200,23 @@ def test_engine_lifecycle(frame):
         fx = engine.effect(EFFECTS[0])
         with pytest.raises(ValueError, match=EFFECTS[0]):
             engine.effect("no such effect")
+        child = os.fork()  # a copy without the engine's worker threads
+        if child == 0:
+            try:
+                fx.process(frame)
+            except RuntimeError:
+                os._exit(0)
+            os._exit(1)
+        for _ in range(400):  # a child that waits on the missing threads hangs
+            done, status = os.waitpid(child, os.WNOHANG)
+            if done:
+                break
+            time.sleep(0.05)
+        else:
+            os.kill(child, 9)
+            status = os.waitpid(child, 0)[1]
+        assert os.waitstatus_to_exitcode(status) == 0
+        assert fx.process(frame).shape == frame.shape
     assert engine.closed
     for call in (lambda: fx.process(frame), lambda: engine.effect(EFFECTS[0])):
         with pytest.raises(ValueError, match="closed"):

@@ -48,6 +48,10 @@ class VantyxError(RuntimeError):
         self.log = log
         self.call = call
 
+    def __reduce__(self):  # travels whole, e.g. from a Dask worker
+        return type(self), (str(self), self.code, self.meaning, self.stage, self.stages,
+                            self.log, self.call)
+
 
 def effects() -> tuple[str, ...]:
     """The names engine.effect() takes, as the command line spells them."""

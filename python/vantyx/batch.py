@@ -48,15 +48,17 @@ class Report:
 
 _lock = threading.Lock()
 _engine = None
+_engine_pid = 0
 _effects: dict[str, vantyx.Effect] = {}
 engines_made = 0  # by this process
 
 
 def _effect(name: str) -> vantyx.Effect:
-    global _engine, engines_made
+    global _engine, _engine_pid, engines_made
     with _lock:
-        if _engine is None:
-            _engine = vantyx.Engine()
+        if _engine is None or _engine_pid != os.getpid():  # not one inherited through a fork
+            _engine, _engine_pid = vantyx.Engine(), os.getpid()
+            _effects.clear()
             engines_made += 1
         if name not in _effects:
             _effects[name] = _engine.effect(name)
