@@ -3,6 +3,7 @@
 // choice between the basic and the full call, so Python and the command line agree on all of it.
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
@@ -11,8 +12,6 @@
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include <unistd.h>
 
 #include "effect_table.h"
 #include "options.h"
@@ -63,7 +62,8 @@ std::vector<std::string> StagesIn(const std::vector<std::string>& lines) {
   for (const std::string& line : lines) {
     const size_t at = line.find(open);
     const size_t end = at == std::string::npos ? at : line.find(close, at + open.size());
-    if (end != std::string::npos) stages.push_back(line.substr(at + open.size(), end - at - open.size()));
+    if (end != std::string::npos)
+      stages.push_back(line.substr(at + open.size(), end - at - open.size()));
   }
   return stages;
 }
@@ -98,9 +98,9 @@ std::vector<std::string> StagesIn(const std::vector<std::string>& lines) {
 // ---- engines ----------------------------------------------------------------------------------
 
 // Effects of one engine share its worker pool: one frame at a time per engine. A frame renders
-// holding the engine's lock and not the GIL, so other Python threads run meanwhile.
-// A fork copies an engine without its worker threads: a child (multiprocessing's default on
-// Linux) must make its own engine, and must not ask the copy to join threads it never had.
+// holding the engine's lock and not the GIL, so other Python threads run meanwhile. A fork
+// copies an engine without its worker threads: a child (multiprocessing's default on Linux)
+// must make its own, and must not ask the copy to join threads it never had.
 struct EngineCore {
   std::mutex mutex;
   Vantyx::VantyxEngine* engine = nullptr;
@@ -171,8 +171,8 @@ py::array CheckImage(py::handle value, const char* name, int channels, const cha
   }
   py::array a = py::reinterpret_borrow<py::array>(value);
   if (a.dtype().kind() != 'u' || a.itemsize() != 1) {
-    Fail(PyExc_TypeError, std::string(name) + " must have dtype uint8, not " +
-                              std::string(py::str(a.dtype())));
+    Fail(PyExc_TypeError,
+         std::string(name) + " must have dtype uint8, not " + std::string(py::str(a.dtype())));
   }
   const bool shape_ok = channels == 1 ? (a.ndim() == 2 || (a.ndim() == 3 && a.shape(2) == 1))
                                       : (a.ndim() == 3 && a.shape(2) == channels);
@@ -190,7 +190,8 @@ py::array CheckImage(py::handle value, const char* name, int channels, const cha
 // it lies. Strides of a dimension of length 1 mean nothing and are not looked at.
 bool PixelRows(const py::array& a, int channels, uint32_t* stride) {
   const py::ssize_t h = a.shape(0), w = a.shape(1);
-  const bool pixels = (w == 1 || a.strides(1) == channels) && (channels == 1 || a.ndim() == 2 || a.strides(2) == 1);
+  const bool pixels =
+      (w == 1 || a.strides(1) == channels) && (channels == 1 || a.ndim() == 2 || a.strides(2) == 1);
   const py::ssize_t row = h == 1 ? w * channels : a.strides(0);
   if (!pixels || row < w * channels || row > py::ssize_t(UINT32_MAX)) return false;
   *stride = uint32_t(row);
@@ -202,12 +203,14 @@ py::array Packed(const py::array& a) {
 }
 
 // The bytes an array's rows span, for telling whether two arrays may overlap.
-std::pair<const uint8_t*, const uint8_t*> Extent(const py::array& a, uint32_t stride, int channels) {
+std::pair<const uint8_t*, const uint8_t*> Extent(const py::array& a, uint32_t stride,
+                                                 int channels) {
   const uint8_t* first = static_cast<const uint8_t*>(a.data());
   return {first, first + size_t(stride) * size_t(a.shape(0) - 1) + size_t(a.shape(1)) * channels};
 }
 
-bool Overlap(std::pair<const uint8_t*, const uint8_t*> x, std::pair<const uint8_t*, const uint8_t*> y) {
+bool Overlap(std::pair<const uint8_t*, const uint8_t*> x,
+             std::pair<const uint8_t*, const uint8_t*> y) {
   return x.first < y.second && y.first < x.second;
 }
 
@@ -221,8 +224,8 @@ double OptionFromPython(const OptionSpec& option, const std::string& key, py::ha
     const int32_t choice = FindChoice(option, value.cast<std::string>());
     if (!option.choices) Fail(PyExc_TypeError, key + " must be a number, not str");
     if (choice < 0) {
-      Fail(PyExc_ValueError, key + "=" + *text + " is not a known name (allowed: " +
-                                 RangeText(option) + ")");
+      Fail(PyExc_ValueError,
+           key + "=" + *text + " is not a known name (allowed: " + RangeText(option) + ")");
     }
     number = choice;
   } else if (option.type != FieldType::kF32) {
@@ -285,8 +288,10 @@ ApplyRequest RequestFrom(const EffectSpec& effect, const py::kwargs& options) {
 }
 
 Rect RectFrom(py::handle value) {
-  const char* what = "rect must be (left, top, right, bottom): four integers, right and bottom exclusive";
-  if (!py::isinstance<py::sequence>(value) || py::isinstance<py::str>(value)) Fail(PyExc_TypeError, what);
+  const char* what =
+      "rect must be (left, top, right, bottom): four integers, right and bottom exclusive";
+  if (!py::isinstance<py::sequence>(value) || py::isinstance<py::str>(value))
+    Fail(PyExc_TypeError, what);
   py::sequence items = py::reinterpret_borrow<py::sequence>(value);
   if (items.size() != 4) Fail(PyExc_ValueError, what);
   long long v[4];
@@ -303,8 +308,9 @@ Rect RectFrom(py::handle value) {
   const bool ok = v[0] >= 0 && v[1] >= 0 && v[0] < v[2] && v[1] < v[3] && v[2] <= UINT32_MAX &&
                   v[3] <= UINT32_MAX;
   if (!ok) {
-    Fail(PyExc_ValueError, "rect=" + std::string(py::repr(value)) +
-                               " is not a rectangle (allowed: 0 <= left < right, 0 <= top < bottom)");
+    Fail(PyExc_ValueError,
+         "rect=" + std::string(py::repr(value)) +
+             " is not a rectangle (allowed: 0 <= left < right, 0 <= top < bottom)");
   }
   return Rect{uint32_t(v[0]), uint32_t(v[1]), uint32_t(v[2]), uint32_t(v[3])};
 }
@@ -315,7 +321,8 @@ const EffectSpec& EffectNamed(const std::string& name) {
   const EffectSpec* effect = FindEffect(name);
   if (!effect) {
     std::string known;
-    for (const EffectSpec& e : Effects()) known += (known.empty() ? "" : ", ") + std::string(e.name);
+    for (const EffectSpec& e : Effects())
+      known += (known.empty() ? "" : ", ") + std::string(e.name);
     Fail(PyExc_ValueError, "unknown effect '" + name + "' (known: " + known + ")");
   }
   return *effect;
@@ -391,19 +398,17 @@ class Effect {
     } else {
       py::array dst = CheckImage(out, "out", 4, "an H x W x 4 BGRA image");
       if (dst.shape(0) != out_h || dst.shape(1) != out_w) {
-        Fail(PyExc_ValueError, "out must be " + std::to_string(out_h) + " x " +
-                                   std::to_string(out_w) + " x 4 (the " +
-                                   (request.has_rect ? "rectangle" : "image") + "'s size), not " +
-                                   ShapeText(dst));
+        Fail(PyExc_ValueError,
+             "out must be " + std::to_string(out_h) + " x " + std::to_string(out_w) + " x 4 (the " +
+                 (request.has_rect ? "rectangle" : "image") + "'s size), not " + ShapeText(dst));
       }
       if (!dst.writeable()) Fail(PyExc_ValueError, "out is read-only");
       uint32_t stride = 0;
       // Written in place unless its layout or an overlap with an input forbids it.
-      const bool direct =
-          PixelRows(dst, 4, &stride) &&
-          !Overlap(Extent(dst, stride, 4), Extent(src, images.src_stride, 4)) &&
-          !(images.mask &&
-            Overlap(Extent(dst, stride, 4), Extent(mask_array, images.mask_stride, 1)));
+      const bool direct = PixelRows(dst, 4, &stride) &&
+                          !Overlap(Extent(dst, stride, 4), Extent(src, images.src_stride, 4)) &&
+                          !(images.mask && Overlap(Extent(dst, stride, 4),
+                                                   Extent(mask_array, images.mask_stride, 1)));
       if (direct) images.dst_stride = stride;
       // A copy keeps out's pixels, for those the effect leaves alone.
       target = direct ? dst : py::array(numpy.attr("array")(dst, "uint8", py::arg("order") = "C"));
@@ -500,11 +505,14 @@ PYBIND11_MODULE(_vantyx, m) {
         "{effect name: {'title', 'summary', 'options': {option: its help, type, range, default, "
         "choices, full_only}}} for every effect the module knows.");
 
-  m.def("check_options", [](const std::string& effect, const py::kwargs& options) {
-    RequestFrom(EffectNamed(effect), options);
-  }, py::arg("effect"),
-        "Raises TypeError or ValueError for an unknown option, a wrong type or a value out of "
-        "the ranges that do not depend on the picture.");
+  m.def(
+      "check_options",
+      [](const std::string& effect, const py::kwargs& options) {
+        RequestFrom(EffectNamed(effect), options);
+      },
+      py::arg("effect"),
+      "Raises TypeError or ValueError for an unknown option, a wrong type or a value out of "
+      "the ranges that do not depend on the picture.");
 
   py::class_<Engine>(m, "Engine", "An engine: a pool of worker threads its effects share.")
       .def(py::init<>())

@@ -46,18 +46,20 @@ def test_cluster_run_matches_sequential_calls(effect, pictures, client, tmp_path
     assert "broken.png" in report.failed[0][1] and len(report.written) == 19
     here = batch.run(str(pictures / "*"), effect, tmp_path / "here", progress=False)
     assert here.failed == report.failed
-    names = sorted(os.listdir(tmp_path / "cluster"))
-    assert names == sorted(os.listdir(pictures)) and (tmp_path / "cluster" / "broken.png").read_bytes() == b"kept"
+    cluster, here = tmp_path / "cluster", tmp_path / "here"
+    names = sorted(os.listdir(cluster))
+    assert names == sorted(os.listdir(pictures))
+    assert (cluster / "broken.png").read_bytes() == b"kept"
     with vantyx.Engine() as engine:
         fx = engine.effect(effect)
         for name in (name for name in names if name != "broken.png"):
-            assert (tmp_path / "cluster" / name).read_bytes() == (tmp_path / "here" / name).read_bytes()
-            assert Image.open(tmp_path / "here" / name).format == ("PNG" if name.endswith(".png") else "JPEG")
+            assert (cluster / name).read_bytes() == (here / name).read_bytes()
+            assert Image.open(here / name).format == ("PNG" if name.endswith(".png") else "JPEG")
             if name.endswith(".png"):
                 source = Image.open(pictures / name)
                 alpha = source.mode == "RGBA"
                 expected = fx.process(vantyx.from_rgb(np.asarray(source)))
-                written = np.asarray(Image.open(tmp_path / "cluster" / name))
+                written = np.asarray(Image.open(cluster / name))
                 assert np.array_equal(written, vantyx.to_rgb(expected, alpha=alpha)), name
     # One engine per worker process, kept across its tasks.
     assert set(client.run(lambda: batch.engines_made).values()) <= {0, 1}
@@ -72,7 +74,7 @@ def test_command_line(pictures, tmp_path):
     assert sorted(os.listdir(tmp_path)) == sorted(n for n in os.listdir(pictures) if n[0] == "p")
     option, info = next((o, i) for o, i in vantyx.Engine().effect(effect).options.items()
                         if i["max"] is not None)
-    done = subprocess.run(command + ["--quiet", f"--{option.replace('_', '-')}", str(info["max"] + 1),
-                                     str(pictures / "p00.png"), str(tmp_path)],
+    too_big = [f"--{option.replace('_', '-')}", str(info["max"] + 1)]
+    done = subprocess.run(command + ["--quiet", *too_big, str(pictures / "p00.png"), str(tmp_path)],
                           capture_output=True, text=True)
     assert done.returncode == 2 and option in done.stderr

@@ -137,7 +137,8 @@ def _process_doc(name, entry) -> str:
              "Options (w and h are the image's width and height):"]
     for option, info in entry["options"].items():
         call = " (full call)" if info["full_only"] else ""
-        lines.append(f"  {option} [{info['range']}; default {info['default']}]: {info['help']}{call}")
+        range_and_default = f"[{info['range']}; default {info['default']}]"
+        lines.append(f"  {option} {range_and_default}: {info['help']}{call}")
     lines += ["", "Raises TypeError or ValueError for a wrong argument, VantyxError when the",
               "library fails."]
     return _python_words("\n".join(lines))
@@ -156,7 +157,8 @@ def _effect_class(name, entry):
                   inspect.Parameter("rect", keyword, default=None),
                   inspect.Parameter("mask", keyword, default=None)]
     for option, info in entry["options"].items():
-        parameters.append(inspect.Parameter(option, keyword, default=_Default(_python_words(info["default"])),
+        default = _Default(_python_words(info["default"]))
+        parameters.append(inspect.Parameter(option, keyword, default=default,
                                             annotation=option_annotation(info)))
 
     def process(self, img, *, out=None, rect=None, mask=None, **options):

@@ -219,8 +219,8 @@ def main(argv: list[str] | None = None) -> int:
     effect, out_dir = args.pop("effect"), args.pop("out_dir")
     scheduler, workers = args.pop("scheduler"), args.pop("workers")
     jpeg_quality, quiet = args.pop("jpeg_quality"), args.pop("quiet")
-    sources = [path for item in args.pop("inputs")
-               for path in (sorted(glob.glob(item, recursive=True)) if glob.has_magic(item) else [item])]
+    sources = [path for item in args.pop("inputs") for path in
+               (sorted(glob.glob(item, recursive=True)) if glob.has_magic(item) else [item])]
     try:
         vantyx.check_options(effect, **args)
         if not sources:
