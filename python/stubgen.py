@@ -12,8 +12,8 @@ del sys.path[0]  # the script's folder holds the package's sources, not the buil
 import vantyx  # noqa: E402
 
 
-def effect_class(name, entry, cls):
-    options = "".join(f"        {option}: {vantyx.option_annotation(info)} = ...,\n"
+def effect_class(entry, cls):
+    options = "".join(f"        {option}: {vantyx._option_annotation(info)} = ...,\n"
                       for option, info in entry["options"].items())
     doc = "\n".join(("        " + line).rstrip() for line in cls.process.__doc__.split("\n"))
     return (f"class {cls.__name__}(Effect):\n"
@@ -30,7 +30,7 @@ def main(template, output):
     classes, overloads = [], []
     for name, entry in vantyx._TABLE.items():
         cls = vantyx._EFFECT_CLASSES[name]
-        classes.append(effect_class(name, entry, cls))
+        classes.append(effect_class(entry, cls))
         overloads.append(f"    @overload\n"
                          f'    def effect(self, name: Literal["{name}"]) -> {cls.__name__}: ...\n')
     text = open(template).read()

@@ -124,12 +124,12 @@ class _Default:
         return self.text
 
 
-def option_annotation(info) -> str:
+def _option_annotation(info) -> str:
     names = ", ".join(f'"{name}"' for name in info["choices"])
     return f"{info['type']} | Literal[{names}]" if names else info["type"]
 
 
-def _process_doc(name, entry) -> str:
+def _process_doc(entry) -> str:
     lines = [f"{entry['title']}: {entry['summary']}.", "",
              "img: H x W x 4 uint8 BGRA. Returns a new array, or `out` filled in: the image's",
              "size, or the rectangle's with rect=(left, top, right, bottom) (right and bottom",
@@ -149,7 +149,7 @@ def _python_words(text: str) -> str:
     return re.sub(r"--([a-z-]+)", lambda m: m[1].replace("-", "_"), text)
 
 
-def _effect_class(name, entry):
+def _effect_class(entry):
     keyword = inspect.Parameter.KEYWORD_ONLY
     parameters = [inspect.Parameter("self", inspect.Parameter.POSITIONAL_OR_KEYWORD),
                   inspect.Parameter("img", inspect.Parameter.POSITIONAL_OR_KEYWORD),
@@ -159,17 +159,18 @@ def _effect_class(name, entry):
     for option, info in entry["options"].items():
         default = _Default(_python_words(info["default"]))
         parameters.append(inspect.Parameter(option, keyword, default=default,
-                                            annotation=option_annotation(info)))
+                                            annotation=_option_annotation(info)))
 
     def process(self, img, *, out=None, rect=None, mask=None, **options):
         return Effect.process(self, img, out=out, rect=rect, mask=mask, **options)
 
     process.__signature__ = inspect.Signature(parameters)
-    process.__doc__ = _process_doc(name, entry)
+    process.__doc__ = _process_doc(entry)
     class_name = entry["title"].replace(" ", "") + "Effect"
     process.__qualname__ = f"{class_name}.process"
     return type(class_name, (Effect,), {"__doc__": f"{entry['title']}: {entry['summary']}.",
                                         "__module__": __name__, "process": process})
 
 
-_EFFECT_CLASSES = {name: _effect_class(name, entry) for name, entry in _TABLE.items()}
+_EFFECT_CLASSES = {name: _effect_class(entry) for name, entry in _TABLE.items()}
+globals().update({cls.__name__: cls for cls in _EFFECT_CLASSES.values()})  # as the stubs name them
