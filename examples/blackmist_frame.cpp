@@ -5,7 +5,7 @@
 //
 // library defaults to vantyx.dll on Windows (found beside the executable) and libvantyx.so
 // elsewhere. The picture and the parameters are fixed, so every build of the library must
-// write the same bytes: the Windows build is checked against the Linux one this way.
+// write the same bytes (tests/package/frame_host.cpp is how the tests check that).
 #include <cstdint>
 #include <cstdio>
 #include <vector>

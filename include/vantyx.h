@@ -22,6 +22,14 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/*
+ * The library version. The shared library's SONAME carries the major number (libvantyx.so.0);
+ * docs/abi.md says what change bumps which number. The build and the packages read it from here.
+ */
+#define VANTYX_VERSION_MAJOR 0
+#define VANTYX_VERSION_MINOR 1
+#define VANTYX_VERSION_PATCH 0
+
 #if defined(_WIN32)
 #  if defined(VANTYX_BUILDING_LIBRARY)
 #    define VANTYX_API __declspec(dllexport)

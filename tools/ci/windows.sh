@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # The 64-bit Windows DLL: cross-built with mingw-w64, exports and imports checked, the whole
-# test suite run under wine, through the `windows` workflow preset (build/windows).
+# test suite run under wine, a host built by clang-cl for the MSVC target against the DLL and
+# the zip, through the `windows` workflow preset (build/windows).
 #   tools/ci/windows.sh
-#   VANTYX_CI_INSTALL=1 tools/ci/windows.sh   (first installs mingw-w64, wine64 and googletest)
+#   VANTYX_CI_INSTALL=1 tools/ci/windows.sh   (first installs what it needs with apt-get)
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/../.." && pwd)
@@ -10,7 +11,8 @@ cd "$root"
 
 if [ "${VANTYX_CI_INSTALL:-0}" = 1 ]; then
   apt-get update
-  apt-get install -y --no-install-recommends g++-mingw-w64-x86-64-posix wine64 googletest
+  apt-get install -y --no-install-recommends g++-mingw-w64-x86-64-posix wine64 googletest \
+    clang lld llvm libstb-dev
 fi
 for tool in x86_64-w64-mingw32-g++-posix cmake ninja; do
   command -v "$tool" >/dev/null || { echo "windows.sh: $tool is not installed" >&2; exit 1; }

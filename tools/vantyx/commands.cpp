@@ -11,6 +11,14 @@
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#if defined(_WIN32)
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#include <fcntl.h>
+#include <io.h>
+#include <windows.h>
+#endif
 
 #include "effect_table.h"
 #include "image_io.h"
@@ -25,6 +33,24 @@
 namespace VantyxTool {
 
 namespace {
+
+// Raw frames pass through standard input and output untouched: on Windows they start in text
+// mode, which would turn every 0x0A byte into two.
+void UseBinary(FILE* stream) {
+#if defined(_WIN32)
+  _setmode(_fileno(stream), _O_BINARY);
+#else
+  (void)stream;
+#endif
+}
+
+int MakeDirectory(const std::string& path) {
+#if defined(_WIN32)
+  return mkdir(path.c_str());
+#else
+  return mkdir(path.c_str(), 0777);
+#endif
+}
 
 int Fail(const std::string& message, int status = kExitFailure) {
   std::fprintf(stderr, "vantyx: %s\n", message.c_str());
@@ -106,6 +132,7 @@ int ApplyToRawStream(const ApplyRequest& request) {
   if (from_stdin && isatty(fileno(stdin))) {
     return Fail("standard input is a terminal: pipe raw BGRA frames into it", kExitUsage);
   }
+  if (from_stdin) UseBinary(stdin);
   std::unique_ptr<FILE, FileCloser> in(from_stdin ? stdin : std::fopen(request.input.c_str(), "rb"));
   if (!in) return Fail("cannot open '" + request.input + "': " + std::strerror(errno));
 
@@ -117,11 +144,14 @@ int ApplyToRawStream(const ApplyRequest& request) {
   if (to_stdout && isatty(fileno(stdout))) {
     return Fail("standard output is a terminal: pipe it into a file or a program", kExitUsage);
   }
+  if (to_stdout) UseBinary(stdout);
   std::unique_ptr<FILE, FileCloser> out(to_stdout ? stdout
                                                   : std::fopen(request.output.c_str(), "wb"));
   if (!out) return Fail("cannot create '" + request.output + "': " + std::strerror(errno));
+#if defined(SIGPIPE)
   // A reader that goes away should end the run with a message, not a silent SIGPIPE.
   std::signal(SIGPIPE, SIG_IGN);
+#endif
 
   RawStreamResult result;
   const bool ok = RunRawStream(&runner, settings, mask.empty() ? nullptr : mask.data(), width,
@@ -163,9 +193,14 @@ std::vector<std::string> PicturesIn(const std::string& dir) {
 
 std::string ExecutableDir(const char* self) {
   char path[4096];
+#if defined(_WIN32)
+  const DWORD n = GetModuleFileNameA(nullptr, path, sizeof(path));
+  std::string exe = n > 0 && n < sizeof(path) ? std::string(path, n) : std::string(self ? self : "");
+#else
   const ssize_t n = readlink("/proc/self/exe", path, sizeof(path) - 1);
   std::string exe = n > 0 ? std::string(path, size_t(n)) : std::string(self ? self : "");
-  const size_t slash = exe.rfind('/');
+#endif
+  const size_t slash = exe.find_last_of("/\\");
   return slash == std::string::npos ? "." : exe.substr(0, slash);
 }
 
@@ -184,9 +219,9 @@ std::string FindAssets(const char* self) {
 
 bool MakeDirectories(const std::string& path, std::string* error) {
   for (size_t at = 1; at <= path.size(); ++at) {
-    if (at != path.size() && path[at] != '/') continue;
+    if (at != path.size() && path[at] != '/' && path[at] != '\\') continue;
     const std::string part = path.substr(0, at);
-    if (mkdir(part.c_str(), 0777) != 0 && errno != EEXIST) {
+    if (MakeDirectory(part) != 0 && errno != EEXIST && !IsDirectory(part)) {
       *error = "cannot create '" + part + "': " + std::strerror(errno);
       return false;
     }

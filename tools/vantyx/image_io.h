@@ -1,4 +1,4 @@
-// PNG and JPEG files to and from BGRA pixels, through libpng and libjpeg-turbo.
+// PNG and JPEG files to and from BGRA pixels (codecs: image_codecs.h).
 #ifndef VANTYX_TOOL_IMAGE_IO_H
 #define VANTYX_TOOL_IMAGE_IO_H
 
