@@ -4,6 +4,8 @@
 #include <cstring>
 #include <new>
 
+#include "imageops/resample.h"
+
 namespace Vantyx {
 
 EffectBase::EffectBase(CThreadPool* pool, float scale) : m_scale(scale) { m_segmenter.Bind(pool); }
@@ -120,6 +122,16 @@ ProcessRect EffectBase::DstRect() const { return ProcessRect{0, 0, m_dst.width, 
 
 ImageView EffectBase::DstAtRect() const {
   return ViewOf(m_dst, int32_t(m_process_rect.left), int32_t(m_process_rect.top));
+}
+
+int32_t EffectBase::ResampleStage(const char* name, const ImageView& from, const ImageView& to,
+                                  const char* kernel_name) {
+  const ProcessRect from_rect{0, 0, uint32_t(from.width), uint32_t(from.height)};
+  const ProcessRect to_rect{0, 0, uint32_t(to.width), uint32_t(to.height)};
+  const int32_t simd = cpu.simd_level;
+  return RunStage(name, to_rect, Split::kRows, [&](const ProcessRect& s) {
+    return resample_bilinear(from, to, from_rect, s, simd);
+  }, kernel_name);
 }
 
 }  // namespace Vantyx

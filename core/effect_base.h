@@ -104,6 +104,11 @@ class EffectBase {
     return rc;
   }
 
+  // A resampling stage: the whole of `from` onto the whole of `to` (their logical sizes) in
+  // strips of destination rows, plain below level 5. A failure logs `kernel_name`, then `name`.
+  int32_t ResampleStage(const char* name, const ImageView& from, const ImageView& to,
+                        const char* kernel_name);
+
   CpuInfo cpu{1, 0, 0};
   BlockSegmenter m_segmenter;
   int32_t m_img_w = 0;

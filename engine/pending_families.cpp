@@ -7,9 +7,6 @@ namespace {
 constexpr int32_t kNotImpl = static_cast<int32_t>(0x80004001u);
 }  // namespace
 
-// --- Halation (type 2) --------------------------------------------------------------------
-int32_t NewHalationEffect(CThreadPool*, const CpuInfo&, HalationFull**) { return kNotImpl; }
-
 // --- Infrared (type 3) --------------------------------------------------------------------
 int32_t NewInfraredEffect(CThreadPool*, const CpuInfo&, InfraredFull**) { return kNotImpl; }
 

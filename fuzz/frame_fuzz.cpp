@@ -1,9 +1,9 @@
 // Frame-record fuzzer: whatever a host hands the engine, it answers with a documented code,
 // never reads or writes outside the images it was given, and never changes its inputs.
 //
-// Each input drives one BlackMist effect of a long-lived engine through SetImageSize, Process,
-// ProcessFull, Reset, re-creation and engine misuse in the order the bytes say (format in
-// fuzz_input.h). Images are allocated to exactly stride x height bytes, so AddressSanitizer
+// Each input drives one BlackMist or Halation effect (the header says which) of a long-lived
+// engine through SetImageSize, Process, ProcessFull, Reset, re-creation and engine misuse in the
+// order the bytes say (format in fuzz_input.h). Images are allocated to exactly stride x height bytes, so AddressSanitizer
 // sees any stray access; on top of that the target checks:
 //   - every result is a documented code, and the one the validation rules predict;
 //   - source and mask bytes never change;
@@ -22,6 +22,7 @@
 #include "core/debug_log.h"
 #include "core/platform.h"
 #include "effects/blackmist/blackmist_effect.h"
+#include "effects/halation/halation_effect.h"
 #include "engine/engine_imp.h"
 #include "fuzz/fuzz_input.h"
 #include "vantyx.h"
@@ -192,15 +193,34 @@ int32_t ExpectedBasicParams(const Frame& f, float intensity, float radius, uint3
   return kOk;
 }
 
+// Halation's record checks after the frame's: the field ranges, then the NaN rule, the
+// radius limit and the blend mode (the radius in both calls, the others in the full one).
+int32_t ExpectedHalationParams(const HalationParamsEx& p, bool full) {
+  if (p.opacity > 255 || p.highlight_threshold > 255 || p.blur_radius < 0 ||
+      p.midtone_threshold > 255 || p.curve_strength < 20 || p.curve_strength > 100 ||
+      p.show_threshold > 255)
+    return kInvalidArg;
+  if (full && !Finite(p.keyer_gain)) return kInvalidArg;
+  if (p.blur_radius > 4096) return kInvalidArg;
+  if (full && (p.blend_mode < 0 || p.blend_mode > 22)) return kInvalidArg;
+  return kOk;
+}
+
 // The working buffers SetImageSize makes, in their order, in 64 bits: the answer it must give
 // and the bytes it allocates before it answers (buffers made before a refusal stay).
-int32_t ExpectedSetSize(int32_t w, int32_t h, uint64_t* allocated) {
+int32_t ExpectedSetSize(uint32_t type, int32_t w, int32_t h, uint64_t* allocated) {
   *allocated = 0;
   if (w < 1 || h < 1) return kInvalidArg;
   auto aligned = [](int64_t n) { return n + n % 4; };
   auto scaled = [&](int32_t n) { return aligned(int64_t(float(n) * 0.5f)); };
   const int64_t aw = aligned(w), ah = aligned(h), sw = scaled(w), sh = scaled(h);
-  const int64_t buffers[6][3] = {{sw, sh, 4}, {sw, sh, 4}, {aw, ah, 4}, {aw, ah, 4}, {sw, sh, 12}, {aw, ah, 12}};
+  const std::vector<std::vector<int64_t>> buffers =
+      type == EFFECT_HALATION
+          ? std::vector<std::vector<int64_t>>{{sw, sh, 4}, {aw, ah, 4}, {aw, ah, 4}, {aw, ah, 4},
+                                              {aw, ah, 4}, {sw, sh, 4}, {sw, sh, 4}, {sw, sh, 4},
+                                              {aw, aw, 4}, {aw, ah, 4}, {aw, ah, 4}, {aw, ah, 4}}
+          : std::vector<std::vector<int64_t>>{{sw, sh, 4}, {sw, sh, 4}, {aw, ah, 4},
+                                              {aw, ah, 4}, {sw, sh, 12}, {aw, ah, 12}};
   for (const auto& b : buffers) {
     const uint64_t stride = uint64_t(uint32_t(b[0])) * uint64_t(b[2]);
     const uint64_t total = stride * uint64_t(b[1]);
@@ -215,9 +235,13 @@ int32_t ExpectedSetSize(int32_t w, int32_t h, uint64_t* allocated) {
 struct Call {
   TestImage src, mask, dst;
   ProcessRect rect{};
+  uint32_t type = EFFECT_BLACKMIST;
   bool full = false;
   BlackMistParam basic{};
   BlackMistFullParam all{};
+  HalationParams halation_basic{};
+  HalationParamsEx halation_all{};
+  bool skip = false;  // legal, but its blur would take longer than a fuzzer run may
   int32_t expected = kOk;       // what the rules say; kOk means "accepted"
   bool null_dst_ok = false;     // accepted with a null destination: a stage may answer 0x80004003
   bool unranged_ok = false;     // accepted with an unusable blend mode or blend-blur radius
@@ -229,8 +253,11 @@ struct Call {
   bool unsized = false;
 };
 
-Call ReadCall(Reader& in, const Frame& frame, bool full) {
+void ReadHalation(Reader& in, const Frame& frame, Call& c);
+
+Call ReadCall(Reader& in, const Frame& frame, uint32_t type, bool full) {
   Call c;
+  c.type = type;
   c.full = full;
   const uint32_t fw = uint32_t(frame.w), fh = uint32_t(frame.h);
   c.src = MakeImage(in, fw, fh, PIXEL_BGRA32, 4, true);
@@ -253,6 +280,13 @@ Call ReadCall(Reader& in, const Frame& frame, bool full) {
     if (c.rect.top > c.rect.bottom) std::swap(c.rect.top, c.rect.bottom);
   }
   c.dst = MakeImage(in, c.rect.right - c.rect.left, c.rect.bottom - c.rect.top, PIXEL_BGRA32, 4, true);
+  c.null_dst_ok = c.dst.desc.data == nullptr;
+  c.no_half_size = frame.w < 2 || frame.h < 2;
+  c.unsized = frame.w == 0 || frame.h == 0;
+  if (type == EFFECT_HALATION) {
+    ReadHalation(in, frame, c);
+    return c;
+  }
 
   const int32_t max8 = (frame.w > frame.h ? frame.w : frame.h) / 8;
   const float intensity = in.Float(0.0f, 2.0f);
@@ -311,14 +345,50 @@ Call ReadCall(Reader& in, const Frame& frame, bool full) {
   }
   c.expected = ExpectedFrameCode(frame, c.src.desc, c.mask.desc, c.dst.desc, c.rect);
   if (c.expected == kOk) c.expected = params;
-  c.null_dst_ok = c.dst.desc.data == nullptr;
-  c.no_half_size = frame.w < 2 || frame.h < 2;
-  c.unsized = frame.w == 0 || frame.h == 0;
   return c;
 }
 
-int32_t Run(BlackMistFull* effect, const Call& c) {
-  return c.full ? effect->ProcessFull(&c.all) : effect->Process(&c.basic);
+// The Halation fields after the images and the rectangle; the basic record is the full one's
+// first fields, as the basic call stores them.
+void ReadHalation(Reader& in, const Frame& frame, Call& c) {
+  HalationParamsEx& p = c.halation_all;
+  p.src = c.src.desc;
+  p.mask = c.mask.desc;
+  p.dst = c.dst.desc;
+  p.opacity = vantyx_fuzz::U32FromCode(in.Byte());
+  p.highlight_threshold = vantyx_fuzz::U32FromCode(in.Byte());
+  p.blur_radius = vantyx_fuzz::RadiusFromCode(in.Byte());
+  p.blur_radius_2 = in.Bit(8) ? in.Raw32() : uint32_t(p.blur_radius);
+  p.midtone_threshold = vantyx_fuzz::U32FromCode(in.Byte());
+  const uint8_t strength = in.Byte();
+  p.curve_strength = strength < 200 ? 15u + strength % 90u : vantyx_fuzz::U32FromCode(strength);
+  p.show_threshold = vantyx_fuzz::U32FromCode(in.Byte());
+  p.process_rect = c.rect;
+  if (c.full) {
+    p.keyer_gain = in.Float(-2.0f, 4.0f);
+    p.tone_mapping = in.Byte();
+    p.show_blur_mask = uint8_t(in.Byte() % 3);
+    p.pad[0] = in.Byte();
+    p.blend_mode = int32_t(in.Byte() % 26) - 2;
+    p.debug_view = int32_t(in.Byte() % 13) - 1;
+  }
+  c.halation_basic = HalationParams{p.src, p.mask, p.dst, p.opacity, p.highlight_threshold,
+                                    p.blur_radius, p.midtone_threshold, p.curve_strength,
+                                    p.show_threshold, p.process_rect};
+  c.expected = ExpectedFrameCode(frame, c.src.desc, c.mask.desc, c.dst.desc, c.rect);
+  if (c.expected == kOk) c.expected = ExpectedHalationParams(p, c.full);
+  // The plain blur costs about half width x half height x (2 radius + 1) per pass.
+  const int64_t taps = 2 * int64_t(p.blur_radius > 0 ? p.blur_radius : 0) + 1;
+  c.skip = c.expected == kOk && int64_t(frame.w / 2 + 4) * int64_t(frame.h / 2 + 4) * taps > (4 << 20);
+}
+
+int32_t Run(void* effect, const Call& c) {
+  if (c.type == EFFECT_HALATION) {
+    HalationFull* h = AsHalationFull(effect);
+    return c.full ? h->ProcessFull(&c.halation_all) : h->Process(&c.halation_basic);
+  }
+  BlackMistFull* m = AsBlackMistFull(effect);
+  return c.full ? m->ProcessFull(&c.all) : m->Process(&c.basic);
 }
 
 void CheckInputsKept(const Call& c) {
@@ -349,9 +419,12 @@ void CheckResult(const Call& c, int32_t rc) {
   }
 }
 
-void ProcessOnce(BlackMistFull* effect, const Call& c) { CheckResult(c, Run(effect, c)); }
+void ProcessOnce(void* effect, const Call& c) {
+  if (!c.skip) CheckResult(c, Run(effect, c));
+}
 
-void ProcessTwice(BlackMistFull* effect, Call& c) {
+void ProcessTwice(void* effect, Call& c) {
+  if (c.skip) return;
   const int32_t rc1 = Run(effect, c);
   CheckResult(c, rc1);
   const std::vector<uint8_t> first(c.dst.storage.get(), c.dst.storage.get() + c.dst.bytes);
@@ -367,25 +440,38 @@ void ProcessTwice(BlackMistFull* effect, Call& c) {
 
 struct Session {
   void* handle = nullptr;
-  BlackMistFull* effect = nullptr;
+  uint32_t type = EFFECT_BLACKMIST;
   Frame frame;
   bool fast = true;
 
   void Create() {
     Expect(handle == nullptr, "create over a live effect");
-    const int32_t rc = g_engine->CreateEffect(&handle, EFFECT_BLACKMIST);
-    Expect(rc == kOk && handle != nullptr, "CreateEffect(BlackMist) failed", rc);
-    effect = AsBlackMistFull(handle);
+    const int32_t rc = g_engine->CreateEffect(&handle, type);
+    Expect(rc == kOk && handle != nullptr, "CreateEffect failed", rc, type);
     // The processor level decides between the plain and SSE4.1 kernels; try both.
     const CpuInfo info{platform::ProcessorCount(), fast && g_has_sse41 ? SIMD_SSE41 : SIMD_NONE, 0};
-    static_cast<BlackMistEffect*>(effect)->SetCpuInfo(&info);
+    if (type == EFFECT_HALATION)
+      static_cast<HalationEffect*>(AsHalationFull(handle))->SetCpuInfo(&info);
+    else
+      static_cast<BlackMistEffect*>(AsBlackMistFull(handle))->SetCpuInfo(&info);
     frame = Frame{};
   }
   void Delete() {
     if (!handle) return;
-    const int32_t rc = g_engine->DeleteEffect(&handle, EFFECT_BLACKMIST);
+    const int32_t rc = g_engine->DeleteEffect(&handle, type);
     Expect(rc == kOk && handle == nullptr, "DeleteEffect failed", rc);
-    effect = nullptr;
+  }
+  int32_t SetImageSize(int32_t w, int32_t h) {
+    return type == EFFECT_HALATION ? AsHalationFull(handle)->SetImageSize(w, h)
+                                   : AsBlackMistFull(handle)->SetImageSize(w, h);
+  }
+  int32_t Reset() {
+    return type == EFFECT_HALATION ? AsHalationFull(handle)->Reset() : AsBlackMistFull(handle)->Reset();
+  }
+  int32_t ProcessNull(bool full) {
+    if (type == EFFECT_HALATION)
+      return full ? AsHalationFull(handle)->ProcessFull(nullptr) : AsHalationFull(handle)->Process(nullptr);
+    return full ? AsBlackMistFull(handle)->ProcessFull(nullptr) : AsBlackMistFull(handle)->Process(nullptr);
   }
 };
 
@@ -396,11 +482,11 @@ void SetSize(Session& s, Reader& in) {
   auto large = [](int32_t v) { return v > 64 || v < -64; };
   if (large(w) && large(h)) h = int32_t(uint32_t(h) % 65u);
   uint64_t allocated = 0;
-  const int32_t expected = ExpectedSetSize(w, h, &allocated);
+  const int32_t expected = ExpectedSetSize(s.type, w, h, &allocated);
   // A size that fits the rules but takes gigabytes (1 << 29 by 2 makes two 2 GiB buffers
   // before it is refused) is legal for a host; here it would only hit the fuzzer's memory cap.
   if (allocated > (64u << 20)) return;
-  const int32_t rc = s.effect->SetImageSize(w, h);
+  const int32_t rc = s.SetImageSize(w, h);
   ExpectDocumented(rc, "SetImageSize: undocumented code");
   Expect(rc == expected, "SetImageSize: unexpected code", rc, uint32_t(expected));
   if (rc == kOk)
@@ -411,9 +497,9 @@ void SetSize(Session& s, Reader& in) {
 
 void EngineMisuse(Session& s, Reader& in) {
   switch (in.Byte() % 5) {
-    case 0: {  // families not built, and codes that are not families
-      static const uint32_t kTypes[6] = {0, 2, 3, 4, 5, 0xFFFFFFFFu};
-      const uint32_t type = kTypes[in.Byte() % 6];
+    case 0: {  // every family, built or not, and codes that are not families
+      static const uint32_t kTypes[7] = {0, 1, 2, 3, 4, 5, 0xFFFFFFFFu};
+      const uint32_t type = kTypes[in.Byte() % 7];
       void* other = nullptr;
       const int32_t rc = g_engine->CreateEffect(&other, type);
       ExpectDocumented(rc, "CreateEffect: undocumented code");
@@ -425,32 +511,34 @@ void EngineMisuse(Session& s, Reader& in) {
     case 1: {  // create into a slot that already holds something
       void* slot = s.handle ? s.handle : static_cast<void*>(&slot);
       void* const before = slot;
-      Expect(g_engine->CreateEffect(&slot, EFFECT_BLACKMIST) == kFail && slot == before,
+      Expect(g_engine->CreateEffect(&slot, s.type) == kFail && slot == before,
              "CreateEffect over a non-null slot");
       break;
     }
     case 2: {  // hand the effect back under another type: refused, effect kept
-      static const uint32_t kTypes[5] = {0, 2, 3, 4, 5};
+      static const uint32_t kTypes[6] = {0, 1, 2, 3, 4, 5};
+      uint32_t type = kTypes[in.Byte() % 6];
+      if (type == s.type) type = 5;
       void* h = s.handle;
-      Expect(g_engine->DeleteEffect(&h, kTypes[in.Byte() % 5]) == kFail && h == s.handle,
+      Expect(g_engine->DeleteEffect(&h, type) == kFail && h == s.handle,
              "DeleteEffect with a wrong type");
       break;
     }
     case 3: {  // null and foreign pointers
       void* none = nullptr;
-      Expect(g_engine->DeleteEffect(&none, EFFECT_BLACKMIST) == kFail, "DeleteEffect(null)");
+      Expect(g_engine->DeleteEffect(&none, s.type) == kFail, "DeleteEffect(null)");
       int local = 0;
       void* foreign = &local;
-      Expect(g_engine->DeleteEffect(&foreign, EFFECT_BLACKMIST) == kFail && foreign == &local,
+      Expect(g_engine->DeleteEffect(&foreign, s.type) == kFail && foreign == &local,
              "DeleteEffect(foreign)");
-      ExpectDocumented(s.effect->Process(nullptr), "Process(null)");
-      ExpectDocumented(s.effect->ProcessFull(nullptr), "ProcessFull(null)");
+      ExpectDocumented(s.ProcessNull(false), "Process(null)");
+      ExpectDocumented(s.ProcessNull(true), "ProcessFull(null)");
       break;
     }
     default: {  // a second effect alive beside the first, deleted again
       void* second = nullptr;
-      Expect(g_engine->CreateEffect(&second, EFFECT_BLACKMIST) == kOk && second, "second effect");
-      Expect(g_engine->DeleteEffect(&second, EFFECT_BLACKMIST) == kOk && !second, "second delete");
+      Expect(g_engine->CreateEffect(&second, s.type) == kOk && second, "second effect");
+      Expect(g_engine->DeleteEffect(&second, s.type) == kOk && !second, "second delete");
       break;
     }
   }
@@ -470,15 +558,17 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Reader in(data, size);
   Session s;
-  s.fast = (in.Byte() & vantyx_fuzz::kHeaderFast) != 0;
+  const uint8_t header = in.Byte();
+  s.fast = (header & vantyx_fuzz::kHeaderFast) != 0;
+  s.type = (header & vantyx_fuzz::kHeaderHalation) != 0 ? EFFECT_HALATION : EFFECT_BLACKMIST;
   s.Create();
   for (int op = 0; op < kMaxOps && !in.Empty(); ++op) {
     switch (in.Byte() % vantyx_fuzz::kOpCount) {
       case vantyx_fuzz::kOpSetSize: SetSize(s, in); break;
-      case vantyx_fuzz::kOpProcess: ProcessOnce(s.effect, ReadCall(in, s.frame, false)); break;
-      case vantyx_fuzz::kOpProcessFull: ProcessOnce(s.effect, ReadCall(in, s.frame, true)); break;
+      case vantyx_fuzz::kOpProcess: ProcessOnce(s.handle, ReadCall(in, s.frame, s.type, false)); break;
+      case vantyx_fuzz::kOpProcessFull: ProcessOnce(s.handle, ReadCall(in, s.frame, s.type, true)); break;
       case vantyx_fuzz::kOpReset:
-        Expect(s.effect->Reset() == kOk, "Reset failed");
+        Expect(s.Reset() == kOk, "Reset failed");
         s.frame = Frame{};
         break;
       case vantyx_fuzz::kOpRecreate:
@@ -487,14 +577,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         break;
       case vantyx_fuzz::kOpRepeat: {
         const bool full = in.Bit(2);
-        Call c = ReadCall(in, s.frame, full);
-        ProcessTwice(s.effect, c);
+        Call c = ReadCall(in, s.frame, s.type, full);
+        ProcessTwice(s.handle, c);
         break;
       }
       default: EngineMisuse(s, in); break;
     }
   }
   s.Delete();
-  Expect(static_cast<VantyxEngineImp*>(g_engine)->EffectCount(EFFECT_BLACKMIST) == 0, "engine kept an effect");
+  Expect(static_cast<VantyxEngineImp*>(g_engine)->EffectCount(s.type) == 0, "engine kept an effect");
   return 0;
 }

@@ -17,6 +17,7 @@ namespace vantyx_fuzz {
 
 // Header bits.
 constexpr uint8_t kHeaderFast = 0x01;  // the effect runs its SSE4.1 forms (when the CPU has them)
+constexpr uint8_t kHeaderHalation = 0x02;  // the session drives a Halation effect, not BlackMist
 
 enum Op : uint8_t {
   kOpSetSize = 0,
@@ -68,6 +69,13 @@ inline int32_t I32FromCode(uint8_t code) {
   if (code < 249) return int32_t(code) - 3;
   static const int32_t kSpecial[7] = {INT32_MIN, INT32_MAX, -1, -4, 29, 28, 100};
   return kSpecial[code - 249];
+}
+
+// Blur radii: mostly 0..63; codes from 250 the edges of the range and past it.
+inline int32_t RadiusFromCode(uint8_t code) {
+  if (code < 250) return int32_t(code % 64);
+  static const int32_t kSpecial[6] = {4096, 4097, -1, INT32_MAX, INT32_MIN, 1000};
+  return kSpecial[code - 250];
 }
 
 class Reader {

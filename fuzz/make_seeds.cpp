@@ -125,6 +125,53 @@ std::vector<uint8_t> Session(const FrameSeed& f, bool fast, bool reset_first = f
   return out.bytes;
 }
 
+// A Halation session: the size, then one call with the images and rectangle of `f` and these
+// fields (the full call's when `full`).
+struct HalationSeed {
+  uint8_t opacity = 255, highlight = 203, midtone = 216, show = 203;
+  uint8_t radius_code = 36;  // RadiusFromCode: 0..63, 250 for 4096, 251 for 4097
+  uint32_t strength = 50;    // 15..104
+  bool full = false;
+  float gain = 1.0f;
+  uint8_t tone = 1, blur_mask = 0;
+  int32_t blend_mode = 4, view = 9;
+};
+
+// The byte U32FromCode reads back as v (0..249, and 255).
+uint8_t U32Code(uint8_t v) { return v < 250 ? v : 250; }
+
+std::vector<uint8_t> HalationSession(const FrameSeed& f, const HalationSeed& h, bool fast) {
+  Writer out;
+  out.Byte(uint8_t((fast ? vantyx_fuzz::kHeaderFast : 0) | vantyx_fuzz::kHeaderHalation));
+  SetSize(out, f.w, f.h);
+  out.Byte(h.full ? vantyx_fuzz::kOpProcessFull : vantyx_fuzz::kOpProcess);
+  WriteImage(out, f.src, true);
+  out.Byte(1);  // no mask ...
+  out.Byte(1);  // ... and its other fields zero
+  out.Byte(uint8_t(f.left));
+  out.Byte(uint8_t(f.top));
+  out.Byte(uint8_t(f.right ? f.right : uint32_t(f.w)));
+  out.Byte(uint8_t(f.bottom ? f.bottom : uint32_t(f.h)));
+  out.Byte(1);  // edges as given
+  WriteImage(out, f.dst, true);
+  out.Byte(U32Code(h.opacity));
+  out.Byte(U32Code(h.highlight));
+  out.Byte(h.radius_code);
+  out.Byte(1);  // blur_radius_2 copies the radius
+  out.Byte(U32Code(h.midtone));
+  out.Byte(uint8_t(h.strength - 15));
+  out.Byte(U32Code(h.show));
+  if (h.full) {
+    out.FloatRaw(h.gain);
+    out.Byte(h.tone);
+    out.Byte(h.blur_mask);
+    out.Byte(0);  // padding
+    out.Byte(uint8_t(h.blend_mode + 2));
+    out.Byte(uint8_t(h.view + 1));
+  }
+  return out.bytes;
+}
+
 bool WriteFile(const std::string& dir, int index, const std::vector<uint8_t>& bytes) {
   char name[64];
   std::snprintf(name, sizeof name, "/seed-%03d", index);
@@ -295,6 +342,47 @@ int main(int argc, char** argv) {
     f.blend_radius = radius;
     f.output_mode = radius > 0.0f ? 1 : 2;
     seeds.push_back(Session(f, radius > 1e20f));
+  }
+
+  // Halation: both calls, every view and the blur mask on landscape and portrait frames, the
+  // edges of the radius and strength ranges, a NaN gain, blend modes, thresholds at 0.
+  for (int32_t view = -1; view <= 10; ++view) {
+    FrameSeed f;
+    f.w = view % 2 ? 14 : 9;
+    f.h = view % 2 ? 9 : 15;
+    f.src.fill = uint8_t(view + 40);
+    HalationSeed h;
+    h.full = true;
+    h.view = view;
+    h.radius_code = uint8_t(3 + view);
+    h.highlight = uint8_t(100 + 10 * view);
+    h.blur_mask = uint8_t(view == 3);
+    h.blend_mode = 2 * (view + 1);
+    seeds.push_back(HalationSession(f, h, view % 3 != 0));
+  }
+  {
+    FrameSeed f;
+    f.w = 12, f.h = 10;
+    HalationSeed h;
+    seeds.push_back(HalationSession(f, h, true));
+    h.radius_code = 250;  // 4096
+    seeds.push_back(HalationSession(f, h, false));
+    h.radius_code = 251;  // 4097: refused
+    seeds.push_back(HalationSession(f, h, true));
+    h.radius_code = 2, h.strength = 19;
+    seeds.push_back(HalationSession(f, h, true));
+    h.strength = 100, h.show = 0, h.highlight = 0, h.midtone = 0;
+    seeds.push_back(HalationSession(f, h, false));
+    h.full = true, h.gain = __builtin_nanf(""), h.strength = 20;
+    seeds.push_back(HalationSession(f, h, true));
+    h.gain = -3e38f, h.blend_mode = 23;
+    seeds.push_back(HalationSession(f, h, true));
+    h.blend_mode = 22;
+    f.left = 2, f.top = 3, f.right = 9, f.bottom = 7;
+    seeds.push_back(HalationSession(f, h, false));
+    f.w = 1, f.h = 6, f.left = f.top = 0, f.right = 1, f.bottom = 6;  // no half size
+    h.view = 0, h.gain = 1.0f;
+    seeds.push_back(HalationSession(f, h, true));
   }
 
   int index = 0;

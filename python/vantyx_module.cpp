@@ -387,14 +387,20 @@ class Effect {
       images.mask = static_cast<const uint8_t*>(mask_array.data());
     }
 
-    // Some blend modes leave pixels alone: those keep what the destination held, so a new
-    // array starts at zero, as the command line's does.
+    // Effects leave some pixels alone (where their layer is transparent): those keep what the
+    // destination held. A new array starts as the picture's rectangle, as the command line's
+    // output does; a caller's out is the caller's.
     const py::ssize_t out_w = settings.rect.Width(), out_h = settings.rect.Height();
     py::module_ numpy = py::module_::import("numpy");
     py::array result, target;  // what is returned, where the library writes
     images.dst_stride = uint32_t(out_w) * 4;
     if (out.is_none()) {
-      result = target = numpy.attr("zeros")(py::make_tuple(out_h, out_w, 4), "uint8");
+      result = target = py::array_t<uint8_t>({out_h, out_w, py::ssize_t(4)});
+      uint8_t* row = static_cast<uint8_t*>(result.mutable_data());
+      for (uint32_t y = settings.rect.top; y < settings.rect.bottom; ++y, row += out_w * 4) {
+        std::memcpy(row, images.src + size_t(y) * images.src_stride + settings.rect.left * 4,
+                    size_t(out_w) * 4);
+      }
     } else {
       py::array dst = CheckImage(out, "out", 4, "an H x W x 4 BGRA image");
       if (dst.shape(0) != out_h || dst.shape(1) != out_w) {

@@ -34,6 +34,20 @@ void FillFloats(Image& img, bool any_bits) {
   }
 }
 
+// Keeps B, G, R only inside a box (k picks its place, or no box) and on one pixel in 61; the
+// rest is black with its alpha. Sizes k % 3 == 0 stay as drawn.
+void Darken(Image& img, size_t k) {
+  if (img.format != PIXEL_BGRA32 || k % 3 == 0) return;
+  const int32_t x0 = int32_t(k * 7) % (img.width + 3) - 2, y0 = int32_t(k * 5) % (img.height + 3) - 2;
+  const int32_t bw = k % 2 ? int32_t(k % 11) : 0, bh = 1 + int32_t(k % 4);
+  for (int32_t y = 0; y < img.height; ++y)
+    for (int32_t x = 0; x < img.width; ++x) {
+      const bool lit = (x >= x0 && x < x0 + bw && y >= y0 && y < y0 + bh) ||
+                       (x * 31 + y * 17 + int32_t(k)) % 61 == 0;
+      if (!lit) std::memset(img.Pixel(x, y), 0, 3);
+    }
+}
+
 // Makes img w x h of `format` with `extra` bytes after each row, keeping its storage.
 void Reshape(Image& img, int32_t w, int32_t h, uint32_t format, int32_t extra) {
   img.width = w, img.height = h, img.format = format;
@@ -152,6 +166,7 @@ KernelRow::KernelRow(std::string n, std::vector<std::vector<uint32_t>> f, Run r)
 KernelRow& KernelRow::Columns() { return columns = true, *this; }
 KernelRow& KernelRow::SourceSizedApart() { return source_sized_apart = true, *this; }
 KernelRow& KernelRow::AnyFloatBits() { return any_float_bits = true, *this; }
+KernelRow& KernelRow::DarkImages() { return dark_images = true, *this; }
 
 void ExpectFormsAgree(const std::vector<KernelRow>& rows) {
   if (!HasSse41()) GTEST_SKIP() << "no SSE4.1: the fast forms cannot run here";
@@ -180,6 +195,7 @@ void ExpectFormsAgree(const std::vector<KernelRow>& rows) {
           Reshape(base[i], iw, ih, formats[i], unit * int32_t((k * 7 + i * 3) % 5));
           base[i].FillRandom(Mix(seed, uint32_t(i)));
           if (IsFloat(formats[i])) FillFloats(base[i], row.any_float_bits);
+          if (row.dark_images) Darken(base[i], k);
         }
         plain = base, fast = base;
         std::ostringstream where;

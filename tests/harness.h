@@ -88,6 +88,9 @@ struct KernelRow {
   KernelRow& Columns();           // strips are bands of columns, sizes transposed
   KernelRow& SourceSizedApart();  // image 0 has a size of its own (a resampling source)
   KernelRow& AnyFloatBits();      // float images hold any bits (NaN, infinities), not just values
+  // BGRA32 images are mostly black on some sizes (a lit box and a sprinkle of lit pixels, or
+  // nothing lit), for kernels that skip dark work.
+  KernelRow& DarkImages();
 
   std::string name;
   std::vector<std::vector<uint32_t>> formats;  // per image: the formats it may have
@@ -95,6 +98,7 @@ struct KernelRow {
   bool columns = false;
   bool source_sized_apart = false;
   bool any_float_bits = false;
+  bool dark_images = false;
 };
 
 void ExpectFormsAgree(const std::vector<KernelRow>& rows);

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "effects/blackmist/blackmist_effect.h"
+#include "effects/halation/halation_effect.h"
 #include "test_support.h"
 #include "vantyx.h"
 
@@ -153,6 +154,54 @@ void SetLevel(BlackMistFull* effect, int32_t simd) {
   static_cast<BlackMistEffect*>(effect)->SetCpuInfo(&info);
 }
 
+// A Halation frame of random settings over every view, or (reference) a fixed one.
+struct HalationInput {
+  Image src, dst;
+  HalationParamsEx p{};
+  bool full = true;
+  int32_t Run(HalationFull* effect) const {
+    if (full) return effect->ProcessFull(&p);
+    const HalationParams b{p.src, p.mask, p.dst, p.opacity, p.highlight_threshold, p.blur_radius,
+                           p.midtone_threshold, p.curve_strength, p.show_threshold, p.process_rect};
+    return effect->Process(&b);
+  }
+};
+
+HalationInput MakeHalationFrame(Dice& dice, int32_t w, int32_t h, bool reference = false) {
+  HalationInput f;
+  f.src = Image(w, h, PIXEL_BGRA32, dice.In(0, 2) * 4);
+  f.src.FillRandom(dice.Next());
+  ProcessRect r{0, 0, uint32_t(w), uint32_t(h)};
+  if (dice.In(0, 1)) r = {uint32_t(dice.In(0, w - 1)), uint32_t(dice.In(0, h - 1)), uint32_t(w), uint32_t(h)};
+  f.dst = Image(int32_t(r.right - r.left), int32_t(r.bottom - r.top));
+  HalationParamsEx& p = f.p;
+  p.src = f.src.Desc(), p.dst = f.dst.Desc(), p.process_rect = r;
+  p.opacity = uint32_t(dice.In(0, 255));
+  p.highlight_threshold = uint32_t(dice.In(0, 255));
+  p.blur_radius = reference ? 9 : dice.In(0, 40);
+  p.blur_radius_2 = uint32_t(p.blur_radius);
+  p.midtone_threshold = uint32_t(dice.In(0, 255));
+  p.curve_strength = uint32_t(dice.In(20, 100));
+  p.show_threshold = uint32_t(dice.In(0, 255));
+  p.keyer_gain = 2.0f * dice.Unit();
+  p.tone_mapping = uint8_t(dice.In(0, 1));
+  p.show_blur_mask = uint8_t(reference ? 0 : dice.In(0, 4) == 0);
+  p.blend_mode = dice.In(0, 22);
+  p.debug_view = reference ? 9 : dice.In(0, 10);
+  f.full = reference || dice.In(0, 1);
+  return f;
+}
+
+std::vector<uint8_t> RunHalationReference(HalationFull* effect) {
+  Dice dice(2025);
+  HalationInput f = MakeHalationFrame(dice, 41, 23, true);
+  EXPECT_EQ(effect->SetImageSize(41, 23), VX_OK);
+  EXPECT_EQ(f.Run(effect), VX_OK);
+  f.full = false;
+  EXPECT_EQ(f.Run(effect), VX_OK);
+  return f.dst.bytes;
+}
+
 TEST(Stress, OneEngineManyEffectsAndFrames) {
   VantyxEngine* engine = nullptr;
   CreateVantyxEngine(&engine);
@@ -162,6 +211,10 @@ TEST(Stress, OneEngineManyEffectsAndFrames) {
   void* keeper = nullptr;
   ASSERT_EQ(engine->CreateEffect(&keeper, EFFECT_BLACKMIST), VX_OK);
   const std::vector<uint8_t> first = RunReference(AsBlackMistFull(keeper));
+  void* halation_keeper = nullptr;
+  ASSERT_EQ(engine->CreateEffect(&halation_keeper, EFFECT_HALATION), VX_OK);
+  HalationFull* const glow_keeper = AsHalationFull(halation_keeper);
+  const std::vector<uint8_t> first_glow = RunHalationReference(glow_keeper);
 
   Dice dice(77);
   const int32_t rounds = Rounds(300);
@@ -176,7 +229,7 @@ TEST(Stress, OneEngineManyEffectsAndFrames) {
     // Families not built yet answer 0x80004001 and create nothing; a built one is made and
     // deleted again.
     void* other = nullptr;
-    const uint32_t other_type = uint32_t(dice.In(2, 4));
+    const uint32_t other_type = uint32_t(dice.In(3, 4));
     const int32_t other_rc = engine->CreateEffect(&other, other_type);
     EXPECT_TRUE(other_rc == VX_OK || other_rc == VX_E_NOTIMPL) << std::hex << other_rc;
     if (other) {
@@ -202,6 +255,13 @@ TEST(Stress, OneEngineManyEffectsAndFrames) {
       FrameInput bad = MakeFrame(dice, w, h);
       bad.p.light_intensity = std::numeric_limits<float>::quiet_NaN();
       EXPECT_EQ(bad.Run(effect), VX_E_INVALIDARG);
+      // The Halation keeper on the same pool: a frame of the same size, then a refusal.
+      ASSERT_EQ(glow_keeper->SetImageSize(w, h), VX_OK);
+      HalationInput g = MakeHalationFrame(dice, w, h);
+      ASSERT_EQ(g.Run(glow_keeper), VX_OK) << "round " << round << " halation " << w << "x" << h;
+      g.p.blend_mode = 23, g.full = true;
+      EXPECT_EQ(g.Run(glow_keeper), VX_E_INVALIDARG);
+      ++frames;
     }
     if (dice.In(0, 4) == 0) {
       ASSERT_EQ(effect->Reset(), VX_OK);
@@ -216,8 +276,12 @@ TEST(Stress, OneEngineManyEffectsAndFrames) {
   }
   EXPECT_GT(frames, 0);
 
-  // The long-lived effect and a fresh one both give the first result again.
+  // The long-lived effects and fresh ones give the first results again.
   EXPECT_EQ(RunReference(AsBlackMistFull(keeper)), first);
+  EXPECT_EQ(RunHalationReference(glow_keeper), first_glow);
+  void* fresh_glow = nullptr;
+  ASSERT_EQ(engine->CreateEffect(&fresh_glow, EFFECT_HALATION), VX_OK);
+  EXPECT_EQ(RunHalationReference(AsHalationFull(fresh_glow)), first_glow);
   void* fresh = nullptr;
   ASSERT_EQ(engine->CreateEffect(&fresh, EFFECT_BLACKMIST), VX_OK);
   EXPECT_EQ(RunReference(AsBlackMistFull(fresh)), first);

@@ -71,6 +71,13 @@ apply_picture)
   run 1 "$tool" apply blackmist --mask rect.png "$coffee" masked2.png
   err_has "is 200x300 but the frames are 600x400"
   [ ! -e masked2.png ] || fail "a refused mask left an output"
+  # Halation: its full call at the table's defaults matches the basic call.
+  run 0 "$tool" apply halation "$rocket" halation.png
+  run 0 "$tool" apply halation --debug-view result "$rocket" halation-full.png
+  cmp -s halation.png halation-full.png || fail "halation's full call with defaults differs"
+  # The output starts as the picture: a glow that is transparent everywhere leaves it as it was.
+  run 0 "$tool" apply halation --show-threshold 0 "$coffee" noglow.png
+  cmp -s source.png noglow.png || fail "a transparent glow changed the picture"
   ls | grep -q "tmp-" && fail "a temporary file was left behind"
   ;;
 

@@ -193,7 +193,7 @@ TEST(ToolOptions, FrameOptionsAndCommandLineShape) {
       {{"blackmist", "--intensity"}, "needs a value"},
       {{"blackmist", "--intensify", "1", "a.png", "b.png"}, "unknown option '--intensify'"},
       {{"blackmist", "-x", "a.png", "b.png"}, "unknown option '-x'"},
-      {{"fog", "a.png", "b.png"}, "unknown effect 'fog' (known: blackmist)"},
+      {{"fog", "a.png", "b.png"}, "unknown effect 'fog' (known: blackmist, halation)"},
       {{}, "effect name"},
   };
   for (const auto& c : bad) {

@@ -117,6 +117,55 @@ const FixedField kBlackMistFixed[] = {
 #undef BM_BASIC
 #undef BM_FULL
 
+// ---- Halation --------------------------------------------------------------------------------
+
+using Vantyx::HalationParams;
+using Vantyx::HalationParamsEx;
+
+const char* const kHalationViews[] = {"highlight",  "blurred-red", "red-curve", "blurred-green",
+                                      "green-curve", "compare",     "midtone-key", "midtone",
+                                      "visible",    "result",      nullptr};
+
+#define HA_BASIC(field) int32_t(offsetof(HalationParams, field))
+#define HA_FULL(field) int32_t(offsetof(HalationParamsEx, field))
+
+const OptionSpec kHalationOptions[] = {
+    {"opacity", "opacity of the glow over the picture", FieldType::kU32, 0, 255, 255, nullptr,
+     nullptr, nullptr, nullptr, nullptr, HA_BASIC(opacity), HA_FULL(opacity)},
+    {"highlight-threshold", "luma where the glowing highlights start", FieldType::kU32, 0, 255,
+     203, nullptr, nullptr, nullptr, nullptr, nullptr, HA_BASIC(highlight_threshold),
+     HA_FULL(highlight_threshold)},
+    {"radius", "gaussian blur radius of the glow, in half-size pixels", FieldType::kI32, 0, 4096,
+     36, nullptr, nullptr, nullptr, nullptr, nullptr, HA_BASIC(blur_radius), HA_FULL(blur_radius)},
+    {"midtone-threshold", "luma where the midtone layer reaches full strength", FieldType::kU32, 0,
+     255, 216, nullptr, nullptr, nullptr, nullptr, nullptr, HA_BASIC(midtone_threshold),
+     HA_FULL(midtone_threshold)},
+    {"curve-strength", "how strongly the red of the glow is lifted", FieldType::kU32, 20, 100, 50,
+     nullptr, nullptr, nullptr, nullptr, nullptr, HA_BASIC(curve_strength),
+     HA_FULL(curve_strength)},
+    {"show-threshold", "luma above which the glow fades out (0: no glow)", FieldType::kU32, 0, 255,
+     203, nullptr, nullptr, nullptr, nullptr, nullptr, HA_BASIC(show_threshold),
+     HA_FULL(show_threshold)},
+    {"keyer-gain", "red gain of the highlight key", FieldType::kF32, 0, 16, 1, nullptr, nullptr,
+     nullptr, nullptr, nullptr, -1, HA_FULL(keyer_gain)},
+    {"tone-mapping", "reshape the red and green of the glow by tone curves", FieldType::kU8, 0, 1,
+     1, nullptr, nullptr, nullptr, nullptr, kOnOff, -1, HA_FULL(tone_mapping)},
+    {"show-blur-mask", "deliver the glow mask instead of the result", FieldType::kU8, 0, 1, 0,
+     nullptr, nullptr, nullptr, nullptr, kOnOff, -1, HA_FULL(show_blur_mask)},
+    {"blend-mode", "how the glow is laid over the picture (4 = lighten)", FieldType::kI32, 0, 22,
+     4, nullptr, nullptr, nullptr, nullptr, nullptr, -1, HA_FULL(blend_mode)},
+    {"debug-view", "which intermediate is delivered", FieldType::kI32, 0, 9, 9, nullptr, nullptr,
+     nullptr, nullptr, kHalationViews, -1, HA_FULL(debug_view)},
+};
+
+// Stored by the library and read by no stage; the full call carries the reset value.
+const FixedField kHalationFixed[] = {
+    {FieldType::kU32, 36, -1, HA_FULL(blur_radius_2)},
+};
+
+#undef HA_BASIC
+#undef HA_FULL
+
 template <class T, size_t N>
 constexpr size_t Count(const T (&)[N]) {
   return N;
@@ -127,6 +176,7 @@ constexpr size_t Count(const T (&)[N]) {
 const std::vector<EffectSpec>& Effects() {
   using BlackMistCalls =
       FamilyCalls<Vantyx::BlackMistFull, BlackMistParam, BlackMistFullParam>;
+  using HalationCalls = FamilyCalls<Vantyx::HalationFull, HalationParams, HalationParamsEx>;
   static const std::vector<EffectSpec> effects = {
       {"blackmist", "BlackMist",
        "highlights isolated, softened at half size and laid back over the picture",
@@ -134,6 +184,11 @@ const std::vector<EffectSpec>& Effects() {
        offsetof(BlackMistParam, process_rect), offsetof(BlackMistFullParam, process_rect),
        kBlackMistOptions, Count(kBlackMistOptions), kBlackMistFixed, Count(kBlackMistFixed),
        BlackMistCalls::SetImageSize, BlackMistCalls::Process, BlackMistCalls::ProcessFull},
+      {"halation", "Halation", "a red-and-green glow around bright areas",
+       Vantyx::EFFECT_HALATION, sizeof(HalationParams), sizeof(HalationParamsEx),
+       offsetof(HalationParams, process_rect), offsetof(HalationParamsEx, process_rect),
+       kHalationOptions, Count(kHalationOptions), kHalationFixed, Count(kHalationFixed),
+       HalationCalls::SetImageSize, HalationCalls::Process, HalationCalls::ProcessFull},
   };
   return effects;
 }

@@ -135,6 +135,11 @@ int32_t RenderFrame(const EffectSpec& effect, void* instance, int32_t width, int
 
 bool EffectRunner::Render(const FrameSettings& settings, const uint8_t* src,
                           const uint8_t* mask, uint8_t* dst, std::string* error) {
+  const size_t row_bytes = size_t(settings.rect.Width()) * 4;
+  for (uint32_t y = settings.rect.top; y < settings.rect.bottom; ++y) {
+    std::memcpy(dst + size_t(y - settings.rect.top) * row_bytes,
+                src + (size_t(y) * uint32_t(m_width) + settings.rect.left) * 4, row_bytes);
+  }
   FrameImages images;
   images.src = src;
   images.src_stride = uint32_t(m_width) * 4;

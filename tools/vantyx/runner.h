@@ -51,8 +51,8 @@ struct FrameImages {
   uint32_t dst_stride = 0;
 };
 
-// One basic or full call on an effect whose size is already set to width x height. `record`
-// is scratch for the parameter record. Returns the effect's result code.
+// One basic or full call on an effect whose size is already set to width x height, into dst as
+// it stands. `record` is scratch for the parameter record. Returns the effect's result code.
 int32_t RenderFrame(const EffectSpec& effect, void* instance, int32_t width, int32_t height,
                     const FrameSettings& settings, const FrameImages& images,
                     std::vector<uint8_t>* record);
@@ -68,6 +68,8 @@ class EffectRunner {
   bool Open(const EffectSpec& effect, std::string* error);
   bool SetImageSize(int32_t width, int32_t height, std::string* error);
   // src: width x height BGRA; mask: width x height bytes or null; dst: the rectangle's size.
+  // dst first receives the source's rectangle, as a host that renders in place has it: pixels
+  // an effect leaves alone (where its layer is transparent) keep the picture.
   bool Render(const FrameSettings& settings, const uint8_t* src, const uint8_t* mask,
               uint8_t* dst, std::string* error);
   void Close();
