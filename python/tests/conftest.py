@@ -36,11 +36,12 @@ def host(variable):
 
 
 def middle_options(options):
-    """Every option at a value inside its range: the middle, or min + 1 with no fixed maximum."""
+    """Every option inside its range: the middle, or min + 1 with no fixed maximum; a range wider
+    than a byte's is cut to one, so that radii stay cheap under the sanitizers."""
     values = {}
     for name, info in options.items():
         top = info["max"] if info["max"] is not None else info["min"] + 2
-        middle = (info["min"] + top) / 2
+        middle = (info["min"] + min(top, info["min"] + 255)) / 2
         values[name] = int(middle) if info["type"] == "int" else middle
     return values
 
