@@ -10,6 +10,14 @@ namespace Vantyx {
 namespace test {
 namespace {
 
+// Under ThreadSanitizer every memory access costs ten times as much and a full frame finds no
+// race that the smaller frames do not: the full frames are left out there.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool kFullFrames = false;
+#else
+constexpr bool kFullFrames = true;
+#endif
+
 uint32_t Mix(uint32_t h, uint32_t v) { return (h ^ v) * 16777619u; }
 
 uint32_t HashName(const std::string& s) {
@@ -69,23 +77,17 @@ std::vector<Geometry> Geometries() {
   for (int32_t w : {45, 63, 67, 97, 131}) g.push_back({w, 2 + w % 5, cuts[w % 3]});
   g.push_back({1921, 3, Cut::kPastEdges});
   g.push_back({1921, 2, Cut::kInner});
-  g.push_back({1921, 1081, Cut::kBands});
+  if (kFullFrames) g.push_back({1921, 1081, Cut::kBands});
   return g;
 }
 
-// A resampling source for a w x h destination: double, half, equal, odd ratios.
+// A resampling source for a w x h destination: double, half, equal, odd ratios (half for a
+// full frame).
 void SourceSize(size_t k, int32_t w, int32_t h, int32_t* sw, int32_t* sh) {
-  if (w > 1000 && h > 1000) {
-    *sw = (w + 1) / 2, *sh = (h + 1) / 2;
-    return;
-  }
-  switch (k % 5) {
-    case 0: *sw = 2 * w, *sh = 2 * h; break;
-    case 1: *sw = (w + 1) / 2, *sh = (h + 1) / 2; break;
-    case 2: *sw = w, *sh = h; break;
-    case 3: *sw = w * 3 / 2 + 1, *sh = h + 2; break;
-    default: *sw = 1 + (w * 7) % 67, *sh = 1 + (h * 5) % 13; break;
-  }
+  const int32_t pick = w > 1000 && h > 1000 ? 1 : int32_t(k % 5);
+  const int32_t sizes[5][2] = {{2 * w, 2 * h}, {(w + 1) / 2, (h + 1) / 2}, {w, h},
+                               {w * 3 / 2 + 1, h + 2}, {1 + (w * 7) % 67, 1 + (h * 5) % 13}};
+  *sw = sizes[pick][0], *sh = sizes[pick][1];
 }
 
 ProcessRect Rect(int32_t l, int32_t t, int32_t r, int32_t b) {
@@ -133,7 +135,7 @@ std::string FirstDifference(const std::vector<Image>& a, const std::vector<Image
 
 }  // namespace
 
-Draws::Draws(uint32_t seed) : seed_(seed), state_(seed ? seed : 1u) {}
+Draws::Draws(uint32_t seed) : state_(seed ? seed : 1u) {}
 
 int32_t Draws::Int(int32_t lo, int32_t hi) {
   state_ ^= state_ << 13;
@@ -229,20 +231,14 @@ void ExpectFormsAgree(const std::vector<KernelRow>& rows) {
   }
 }
 
-namespace {
-
-struct Config {
-  int32_t level, workers;
-};
-
-}  // namespace
-
 void ExpectEffectRunsAgree(const std::vector<EffectRow>& rows) {
   const int32_t sizes[][2] = {{5, 7}, {2, 2}, {33, 17}, {64, 3}, {203, 117}, {1921, 1081}};
-  const Config configs[] = {{SIMD_SSE3, 1}, {SIMD_SSE3, 8}, {SIMD_SSE41, 3}, {SIMD_SSE42, 8}};
+  const size_t frames = sizeof(sizes) / sizeof(sizes[0]) - (kFullFrames ? 0 : 1);
+  const struct {
+    int32_t level, workers;
+  } configs[] = {{SIMD_SSE3, 1}, {SIMD_SSE3, 8}, {SIMD_SSE41, 3}, {SIMD_SSE42, 8}};
   for (const EffectRow& row : rows) {
-    int32_t successes = 0;
-    for (size_t k = 0; k < sizeof(sizes) / sizeof(sizes[0]); ++k) {
+    for (size_t k = 0; k < frames; ++k) {
       const int32_t w = sizes[k][0], h = sizes[k][1];
       const uint32_t seed = Mix(HashName(row.name), uint32_t(k));
       Image src(w, h, PIXEL_BGRA32, int32_t(k % 3) * 4 + 1), mask(w, h, PIXEL_GRAY8, int32_t(k));
@@ -256,7 +252,7 @@ void ExpectEffectRunsAgree(const std::vector<EffectRow>& rows) {
       stale.FillRandom(seed + 2);
       std::vector<Image> reference;
       int32_t reference_rc = 0;
-      for (const Config& config : configs) {
+      for (const auto& config : configs) {
         if (config.level >= SIMD_SSE41 && !HasSse41()) continue;
         CThreadPool pool;
         pool.Create(config.workers);
@@ -274,9 +270,9 @@ void ExpectEffectRunsAgree(const std::vector<EffectRow>& rows) {
               << rect.bottom << ", seed " << seed << ": level " << config.level << " with "
               << config.workers << " workers";
         if (reference.empty()) {
+          EXPECT_EQ(rc, 0) << where.str() << " fails: draw parameters within their ranges";
           reference = dst;
           reference_rc = rc;
-          successes += rc == 0;
           continue;
         }
         ASSERT_EQ(rc, reference_rc) << where.str() << " returns another code";
@@ -284,7 +280,6 @@ void ExpectEffectRunsAgree(const std::vector<EffectRow>& rows) {
         ASSERT_TRUE(diff.empty()) << where.str() << " gives other bytes at " << diff;
       }
     }
-    EXPECT_GT(successes, 0) << row.name << ": no frame succeeded, nothing was compared";
   }
 }
 

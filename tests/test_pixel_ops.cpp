@@ -12,8 +12,7 @@ namespace Vantyx {
 namespace {
 
 using test::Image;
-
-ProcessRect Whole(const Image& img) { return {0, 0, uint32_t(img.width), uint32_t(img.height)}; }
+using test::Whole;
 
 TEST(ApplyLut, InvertsColoursKeepsAlphaAndChecks) {
   std::vector<uint8_t> invert(256);

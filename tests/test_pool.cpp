@@ -3,9 +3,11 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <set>
 #include <thread>
+#include <vector>
 
 #include "core/thread_pool.h"
 
@@ -52,46 +54,28 @@ int32_t Post(CThreadPool& pool, Completion& c, Counter& counter) {
   return pool.AddJob(&CountJob, &counter, &c.result, &c.cond, &c.mutex, &c.done);
 }
 
-TEST(ThreadPool, WorkerCounts) {
-  CThreadPool pool;
-  EXPECT_EQ(pool.GetThreadCount(), 0);
-  EXPECT_EQ(pool.Create(3), 0);
-  EXPECT_EQ(pool.GetThreadCount(), 3);
-  EXPECT_EQ(pool.Create(12), 0);  // on a running pool: the old workers are joined first
-  EXPECT_EQ(pool.GetThreadCount(), MAX_POOL_THREADS);
-  EXPECT_EQ(pool.Create(1), 0);
-  EXPECT_EQ(pool.GetThreadCount(), 1);
-  EXPECT_EQ(pool.Create(0), 0);  // nothing to start
-  EXPECT_EQ(pool.GetThreadCount(), 0);
-  EXPECT_EQ(pool.Create(-5), 0);
-  EXPECT_EQ(pool.GetThreadCount(), 0);
-}
-
-TEST(ThreadPool, DestroyIsIdempotent) {
-  CThreadPool pool;
-  EXPECT_EQ(pool.Destroy(), 0);  // never started
-  ASSERT_EQ(pool.Create(4), 0);
-  EXPECT_EQ(pool.Destroy(), 0);
-  EXPECT_EQ(pool.GetThreadCount(), 0);
-  EXPECT_EQ(pool.Destroy(), 0);
-  // Usable again after a stop.
-  ASSERT_EQ(pool.Create(2), 0);
-  Completion c;
-  Counter counter;
-  ASSERT_EQ(Post(pool, c, counter), 0);
-  c.Wait();
-  EXPECT_EQ(counter.runs.load(), 1);
-}
-
-TEST(ThreadPool, RefusesWhatCannotRun) {
+TEST(ThreadPool, WorkerCountsStartsAndStops) {
   CThreadPool pool;
   Completion c;
   Counter counter;
   // No workers: refused instead of waiting forever for an idle one.
   EXPECT_EQ(Post(pool, c, counter), kInvalidArg);
-  ASSERT_EQ(pool.Create(2), 0);
+  EXPECT_EQ(pool.Destroy(), 0);  // never started
+  // Each Create on a running pool joins the old workers first.
+  const int32_t rows[][2] = {{3, 3}, {12, MAX_POOL_THREADS}, {1, 1}, {0, 0}, {-5, 0}, {2, 2}};
+  for (const auto& r : rows) {
+    EXPECT_EQ(pool.Create(r[0]), 0);
+    EXPECT_EQ(pool.GetThreadCount(), r[1]) << r[0];
+  }
   EXPECT_EQ(pool.AddJob(nullptr, &counter, &c.result, &c.cond, &c.mutex, &c.done), kInvalidArg);
+  EXPECT_EQ(pool.Destroy(), 0);
+  EXPECT_EQ(pool.Destroy(), 0);
+  EXPECT_EQ(pool.GetThreadCount(), 0);
   EXPECT_EQ(counter.runs.load(), 0);
+  ASSERT_EQ(pool.Create(2), 0);  // usable again after a stop
+  ASSERT_EQ(Post(pool, c, counter), 0);
+  c.Wait();
+  EXPECT_EQ(counter.runs.load(), 1);
 }
 
 TEST(ThreadPool, EveryJobRunsAndReports) {
@@ -114,46 +98,40 @@ TEST(ThreadPool, EveryJobRunsAndReports) {
 }
 
 TEST(ThreadPool, RoundRobinAcrossIdleWorkers) {
-  // Sequential jobs on idle workers go to a different worker each time, one past the last.
+  // Sequential jobs on idle workers go to a different worker each time, one past the last. A
+  // worker still starting counts as busy, so the pool warms up until all three have run a job;
+  // a worker is idle again before it reports, so after that every scan sees all three free.
   CThreadPool pool;
   ASSERT_EQ(pool.Create(3), 0);
-  // Warm up until every worker has run a job: a worker still starting counts as busy.
+  auto run_one = [&] {
+    Completion c;
+    Counter counter;
+    EXPECT_EQ(Post(pool, c, counter), 0);
+    c.Wait();
+    return counter.last.load();
+  };
   std::set<std::thread::id> seen;
-  for (int i = 0; i < 10000 && seen.size() < 3; ++i) {
-    Completion c;
-    Counter counter;
-    ASSERT_EQ(Post(pool, c, counter), 0);
-    c.Wait();
-    seen.insert(counter.last.load());
-  }
+  for (int i = 0; i < 10000 && seen.size() < 3; ++i) seen.insert(run_one());
   ASSERT_EQ(seen.size(), 3u);
-  // A worker is idle again before it reports, so every scan below sees all three free.
-  std::thread::id ids[6];
-  for (int i = 0; i < 6; ++i) {
-    Completion c;
-    Counter counter;
-    ASSERT_EQ(Post(pool, c, counter), 0);
-    c.Wait();
-    ids[i] = counter.last.load();
-  }
-  EXPECT_NE(ids[0], ids[1]);
-  EXPECT_NE(ids[1], ids[2]);
-  EXPECT_NE(ids[0], ids[2]);
-  EXPECT_EQ(ids[3], ids[0]);
-  EXPECT_EQ(ids[4], ids[1]);
-  EXPECT_EQ(ids[5], ids[2]);
+  std::vector<std::thread::id> ids;
+  for (int i = 0; i < 6; ++i) ids.push_back(run_one());
+  EXPECT_EQ(std::set<std::thread::id>(ids.begin(), ids.begin() + 3).size(), 3u);
+  EXPECT_TRUE(std::equal(ids.begin(), ids.begin() + 3, ids.begin() + 3));
 }
 
-TEST(ThreadPool, DestroyRightAfterPostingStillRunsTheJob) {
-  for (int round = 0; round < 20; ++round) {
+TEST(ThreadPool, DestroyRightAfterPostingStillRunsTheJobs) {
+  // A job posted just before the stop must run even when the worker wakes to both at once.
+  for (int round = 0; round < 200; ++round) {
     CThreadPool pool;
     ASSERT_EQ(pool.Create(2), 0);
-    Completion c;
-    Counter counter;
-    ASSERT_EQ(Post(pool, c, counter), 0);
-    pool.Destroy();  // joins after the posted job has run
-    EXPECT_EQ(counter.runs.load(), 1);
-    c.Wait();
+    Completion c[2];
+    Counter counter[2];
+    for (int i = 0; i < 2; ++i) ASSERT_EQ(Post(pool, c[i], counter[i]), 0);
+    pool.Destroy();  // joins after the posted jobs have run
+    for (int i = 0; i < 2; ++i) {
+      ASSERT_EQ(counter[i].runs.load(), 1) << "round " << round;  // else the wait never ends
+      c[i].Wait();
+    }
   }
 }
 

@@ -17,26 +17,14 @@ Image::Image(int32_t w, int32_t h, uint32_t fmt, int32_t extra_stride)
 }
 
 ImageView Image::View(int32_t origin_x, int32_t origin_y) {
-  ImageView v;
-  v.data = bytes.empty() ? nullptr : bytes.data();
-  v.width = width;
-  v.height = height;
-  v.stride = stride;
-  v.format = format;
-  v.origin_x = origin_x;
-  v.origin_y = origin_y;
-  return v;
+  return ImageView{bytes.empty() ? nullptr : bytes.data(), width, height, stride, format,
+                   origin_x, origin_y};
 }
 
 ImageDesc Image::Desc() {
-  ImageDesc d{};
-  d.data = bytes.empty() ? nullptr : bytes.data();
-  d.width = uint32_t(width);
-  d.height = uint32_t(height);
-  d.stride = uint32_t(stride);
-  d.channels = format == PIXEL_BGRA32 ? 4 : (format == PIXEL_FLOAT96 ? 3 : 1);
-  d.format = format;
-  return d;
+  const uint32_t channels = format == PIXEL_BGRA32 ? 4 : (format == PIXEL_FLOAT96 ? 3 : 1);
+  return ImageDesc{bytes.empty() ? nullptr : bytes.data(), uint32_t(width), uint32_t(height),
+                   uint32_t(stride), channels, format, 0};
 }
 
 void FillRandomBytes(uint8_t* data, size_t n, uint32_t seed) {

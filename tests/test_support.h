@@ -33,6 +33,11 @@ struct Image {
   bool operator==(const Image& o) const { return bytes == o.bytes; }
 };
 
+// The whole of an image as a strip.
+inline ProcessRect Whole(const Image& img) {
+  return ProcessRect{0, 0, uint32_t(img.width), uint32_t(img.height)};
+}
+
 // Deterministic pseudo-random bytes (xorshift) for reproducible tests.
 void FillRandomBytes(uint8_t* data, size_t n, uint32_t seed);
 
