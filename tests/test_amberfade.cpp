@@ -148,6 +148,13 @@ TEST(AmberfadeResult, HandComputedFlatFrames) {
       {"glow, colour 20", {255, 255, 255, 255}, false,
        [](AmberfadeFullParam& p) { p.hlr_gain = 0.25f, p.adjust_colour_on = 1, p.colour = 20, p.output_mode = 0; },
        {255, 127, 0, 255}},
+      // Where the key differs from BlackMist's: (56, 53, 123) at threshold 60 has L = 0.29148,
+      // t = 0.23529, q = 2 (1 - L)^2 L = 0.29265, so the knee fades to (11, 10, 24); m1 = 24 is
+      // below m2 = 63 (d = (0, 0, 63)), so d stays (BlackMist would take it to 24). Gain 1 takes
+      // 63 to 47 (24 would give 15).
+      {"glow keeps d when the knee is darker", {56, 53, 123, 255}, false,
+       [](AmberfadeFullParam& p) { p.hlr_gain = 0.5f, p.hlr_threshold = 60, p.output_mode = 0; },
+       {0, 0, 47, 255}},
       // Warm glow: the tone curve takes 127 to 159 (curve through (128, 160)).
       {"warm glow", {255, 255, 255, 255}, false,
        [](AmberfadeFullParam& p) { p.hlr_gain = 0.25f, p.cool_look = 0, p.output_mode = 0; },
