@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "effects/amberfade/amberfade_effect.h"
+#include "effects/amberfade/amberfade_kernels.h"
 #include "harness.h"
 
 namespace Vantyx {
@@ -270,6 +271,29 @@ TEST(AmberfadeGamma, OneLastGammaForTheProcess) {
   });
   for (int i = 0; i < 20; ++i) grey(a.effect, 0.6f + 0.01f * float(i));
   other.join();
+}
+
+// The kernels' two forms on the harness: gamma tables and factors drawn over their ranges,
+// colour and weights past them.
+TEST(AmberfadeForms, FastKernelsMatchPlain) {
+  using namespace amberfade;  // NOLINT(build/namespaces)
+  test::ExpectFormsAgree({
+      test::KernelRow("apply_gamma", {{PIXEL_BGRA32}}, [](test::Case& c) {
+        std::vector<uint32_t> table(kGammaSize);
+        BuildGammaTable(c.Float(0, 1), table.data());
+        return c.Form(apply_gamma_plain, apply_gamma_sse41)(c.View(0), table.data(), c.strip);
+      }),
+      test::KernelRow("adjust_temperature", {{PIXEL_BGRA32}}, [](test::Case& c) {
+        TemperatureTable t;
+        BuildTemperatureTable(c.Float(0, 1), c.Float(0, 1), c.Float(0, 1), &t);
+        return c.Form(adjust_temperature_plain, adjust_temperature_sse41)(c.View(0), t, c.strip);
+      }),
+      test::KernelRow("weight_blue", {{PIXEL_BGRA32}, {PIXEL_BGRA32}}, [](test::Case& c) {
+        BlueWeights w;
+        BuildBlueWeights(c.Float(-3, 4), c.Float(-1, 2), c.Float(-1, 2), &w);
+        return c.Form(weight_blue_plain, weight_blue_sse41)(c.View(0), c.View(1), w, c.strip);
+      }),
+  });
 }
 
 // Every frame at levels below 5 and from 5, one worker and eight. Each object first runs a

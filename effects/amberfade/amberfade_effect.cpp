@@ -35,21 +35,33 @@ int32_t RedBlueRow(const void* ctx, uint8_t* row, int32_t pixels) {
   return amberfade::shift_red_blue(PixelRow(row, pixels), f.fb16, f.fr16, PixelRowRect(pixels));
 }
 
-int32_t GammaRow(const void* table, uint8_t* row, int32_t pixels) {
-  return amberfade::apply_gamma_plain(PixelRow(row, pixels), static_cast<const uint32_t*>(table),
-                                      PixelRowRect(pixels));
+// The stages that have a fast form take the processor level with their table.
+struct Gamma {
+  const uint32_t* table;
+  int32_t level;
+};
+int32_t GammaRow(const void* ctx, uint8_t* row, int32_t pixels) {
+  const Gamma& g = *static_cast<const Gamma*>(ctx);
+  return amberfade::apply_gamma(PixelRow(row, pixels), g.table, PixelRowRect(pixels), g.level);
 }
 
-int32_t TemperatureRow(const void* table, uint8_t* row, int32_t pixels) {
-  return amberfade::adjust_temperature(
-      PixelRow(row, pixels), *static_cast<const amberfade::TemperatureTable*>(table),
-      PixelRowRect(pixels));
+struct Temperature {
+  amberfade::TemperatureTable table;
+  int32_t level;
+};
+int32_t TemperatureRow(const void* ctx, uint8_t* row, int32_t pixels) {
+  const Temperature& t = *static_cast<const Temperature*>(ctx);
+  return amberfade::adjust_temperature(PixelRow(row, pixels), t.table, PixelRowRect(pixels), t.level);
 }
 
+struct Blue {
+  amberfade::BlueWeights weights;
+  int32_t level;
+};
 int32_t BlueRow(const void* ctx, uint8_t* blurred, uint8_t* dst, int32_t pixels) {
-  return amberfade::weight_blue_plain(PixelRow(blurred, pixels), PixelRow(dst, pixels),
-                                      *static_cast<const amberfade::BlueWeights*>(ctx),
-                                      PixelRowRect(pixels));
+  const Blue& b = *static_cast<const Blue*>(ctx);
+  return amberfade::weight_blue(PixelRow(blurred, pixels), PixelRow(dst, pixels), b.weights,
+                                PixelRowRect(pixels), b.level);
 }
 
 }  // namespace
@@ -225,12 +237,14 @@ int32_t AmberfadeEffect::Run() {
     amberfade::BuildContrastTable(contrast, contrast_lut);
     spec.base[0] = RowStage{"apply contrast", &LutRow, contrast_lut};
   }
-  if (m_gamma != 1.0f) spec.base[1] = RowStage{"apply gamma", &GammaRow, m_gamma_lut.data(), "adjust gamma"};
-  amberfade::TemperatureTable temperature;
+  const Gamma gamma{m_gamma_lut.data(), cpu.simd_level};
+  if (m_gamma != 1.0f) spec.base[1] = RowStage{"apply gamma", &GammaRow, &gamma, "adjust gamma"};
+  Temperature temperature;
+  temperature.level = cpu.simd_level;
   if (!cool) {
     float fr, fg, fb;
     TemperatureFactors(m_colour * 1000.0f + 5000.0f, &fr, &fg, &fb);
-    amberfade::BuildTemperatureTable(fr, fg, fb, &temperature);
+    amberfade::BuildTemperatureTable(fr, fg, fb, &temperature.table);
     spec.base[2] = RowStage{"adjust color temp", &TemperatureRow, &temperature};
   }
 
@@ -240,9 +254,10 @@ int32_t AmberfadeEffect::Run() {
   // radius is clamped by the half-size picture.
   spec.blur = cool && m_blur_result_on;
   spec.blur_radius = std::min(max_radius, TruncToInt(2.0f * (m_result_blur_radius * m_scale) + 0.5f));
-  amberfade::BlueWeights blue;
+  Blue blue;
+  blue.level = cpu.simd_level;
   amberfade::BuildBlueWeights(m_colour, m_full_params ? m_weight_tint : 0.27f,
-                              m_full_params ? m_weight_result : 0.73f, &blue);
+                              m_full_params ? m_weight_result : 0.73f, &blue.weights);
   spec.weight = WeightStage{"weighting sum with blue color", &BlueRow, &blue};
 
   const int32_t rc = RunGlow(spec);

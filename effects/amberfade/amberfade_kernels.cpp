@@ -72,7 +72,8 @@ void BuildTemperatureTable(float fr, float fg, float fb, TemperatureTable* t) {
     for (int32_t c = 0; c < 256; ++c) t->scaled[i][c] = ClampByte(TruncToInt(float(c) * f[i]));
 }
 
-int32_t adjust_temperature(const ImageView& img, const TemperatureTable& t, const ProcessRect& strip) {
+int32_t adjust_temperature_plain(const ImageView& img, const TemperatureTable& t,
+                                 const ProcessRect& strip) {
   if (!img.data) return VX_E_POINTER;
   if (img.format != PIXEL_BGRA32) return VX_E_INVALIDARG;
   const auto& scale = t.scaled;
@@ -128,6 +129,24 @@ int32_t weight_blue_plain(const ImageView& blurred, const ImageView& dst, const 
     }
   }
   return VX_OK;
+}
+
+int32_t apply_gamma(const ImageView& img, const uint32_t* table, const ProcessRect& strip,
+                    int32_t simd_level) {
+  return simd_level >= SIMD_SSE41 ? apply_gamma_sse41(img, table, strip)
+                                  : apply_gamma_plain(img, table, strip);
+}
+
+int32_t adjust_temperature(const ImageView& img, const TemperatureTable& t, const ProcessRect& strip,
+                           int32_t simd_level) {
+  return simd_level >= SIMD_SSE41 ? adjust_temperature_sse41(img, t, strip)
+                                  : adjust_temperature_plain(img, t, strip);
+}
+
+int32_t weight_blue(const ImageView& blurred, const ImageView& dst, const BlueWeights& w,
+                    const ProcessRect& strip, int32_t simd_level) {
+  return simd_level >= SIMD_SSE41 ? weight_blue_sse41(blurred, dst, w, strip)
+                                  : weight_blue_plain(blurred, dst, w, strip);
 }
 
 }  // namespace amberfade

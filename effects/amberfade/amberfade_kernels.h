@@ -22,8 +22,14 @@ void BuildContrastTable(float k, uint8_t table[256]);
 // "adjust color": B x fb16 / 65536 and R x fr16 / 65536 (16.16 factors), G untouched.
 int32_t shift_red_blue(const ImageView& img, int32_t fb16, int32_t fr16, const ProcessRect& strip);
 
+// Each per-pixel stage below has its plain form, its SSE4.1 form and a chooser (fast from
+// processor level 5).
+
 // "apply gamma": luma through `table` (kGammaSize entries), chroma kept.
+int32_t apply_gamma(const ImageView& img, const uint32_t* table, const ProcessRect& strip,
+                    int32_t simd_level);
 int32_t apply_gamma_plain(const ImageView& img, const uint32_t* table, const ProcessRect& strip);
+int32_t apply_gamma_sse41(const ImageView& img, const uint32_t* table, const ProcessRect& strip);
 
 // "adjust color temp": B, G, R scaled by the factors (0..1), then brought back to the luma
 // they had.
@@ -31,7 +37,12 @@ struct TemperatureTable {
   uint8_t scaled[3][256];  // trunc(c x factor) for B, G, R
 };
 void BuildTemperatureTable(float fr, float fg, float fb, TemperatureTable* t);
-int32_t adjust_temperature(const ImageView& img, const TemperatureTable& t, const ProcessRect& strip);
+int32_t adjust_temperature(const ImageView& img, const TemperatureTable& t, const ProcessRect& strip,
+                           int32_t simd_level);
+int32_t adjust_temperature_plain(const ImageView& img, const TemperatureTable& t,
+                                 const ProcessRect& strip);
+int32_t adjust_temperature_sse41(const ImageView& img, const TemperatureTable& t,
+                                 const ProcessRect& strip);
 
 // "weighting sum with blue color": the blurred picture's R and G pulled down by `colour`,
 // brought back to their luma, then mixed with the destination: (blurred x w_tint +
@@ -43,7 +54,11 @@ struct BlueWeights {
   int32_t result16;
 };
 void BuildBlueWeights(float colour, float weight_tint, float weight_result, BlueWeights* w);
+int32_t weight_blue(const ImageView& blurred, const ImageView& dst, const BlueWeights& w,
+                    const ProcessRect& strip, int32_t simd_level);
 int32_t weight_blue_plain(const ImageView& blurred, const ImageView& dst, const BlueWeights& w,
+                          const ProcessRect& strip);
+int32_t weight_blue_sse41(const ImageView& blurred, const ImageView& dst, const BlueWeights& w,
                           const ProcessRect& strip);
 
 }  // namespace amberfade
