@@ -68,6 +68,7 @@ int32_t apply_gamma_plain(const ImageView& img, const uint32_t* table, const Pro
 
 void BuildTemperatureTable(float fr, float fg, float fb, TemperatureTable* t) {
   const float f[3] = {fb, fg, fr};
+  for (int i = 0; i < 3; ++i) t->factor[i] = f[i];
   for (int i = 0; i < 3; ++i)
     for (int32_t c = 0; c < 256; ++c) t->scaled[i][c] = ClampByte(TruncToInt(float(c) * f[i]));
 }

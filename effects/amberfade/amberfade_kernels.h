@@ -34,7 +34,8 @@ int32_t apply_gamma_sse41(const ImageView& img, const uint32_t* table, const Pro
 // "adjust color temp": B, G, R scaled by the factors (0..1), then brought back to the luma
 // they had.
 struct TemperatureTable {
-  uint8_t scaled[3][256];  // trunc(c x factor) for B, G, R
+  float factor[3];         // B, G, R, each 0..1 (the temperature helper's range)
+  uint8_t scaled[3][256];  // trunc(c x factor)
 };
 void BuildTemperatureTable(float fr, float fg, float fb, TemperatureTable* t);
 int32_t adjust_temperature(const ImageView& img, const TemperatureTable& t, const ProcessRect& strip,

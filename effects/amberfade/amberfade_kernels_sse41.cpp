@@ -92,11 +92,15 @@ int32_t adjust_temperature_sse41(const ImageView& img, const TemperatureTable& t
   if (!img.data) return VX_E_POINTER;
   if (img.format != PIXEL_BGRA32) return VX_E_INVALIDARG;
   const __m128i zero = _mm_setzero_si128(), top = Set(255);
+  const __m128 fb = _mm_set1_ps(t.factor[0]), fg = _mm_set1_ps(t.factor[1]), fr = _mm_set1_ps(t.factor[2]);
   Rows(img, Clip(AreaOf(strip), img), [&](const uint8_t* in, uint8_t* out) {
     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
     const __m128i b0 = Channel(v, 0), g0 = Channel(v, 8), r0 = Channel(v, 16);
     const __m128i y0 = _mm_srli_epi32(_mm_add_epi32(_mm_add_epi32(Mul(r0, 19660), Mul(b0, 7209)), Mul(g0, 38665)), 8);
-    const __m128i b = Lookup(t.scaled[0], b0), g = Lookup(t.scaled[1], g0), r = Lookup(t.scaled[2], r0);
+    // trunc(c x factor) as the table holds it: one single-precision product, in 0..255.
+    const __m128i b = _mm_cvttps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(b0), fb));
+    const __m128i g = _mm_cvttps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(g0), fg));
+    const __m128i r = _mm_cvttps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(r0), fr));
     const __m128i y1 = _mm_srli_epi32(_mm_add_epi32(_mm_add_epi32(Mul(r, 19660), Mul(b, 7209)), Mul(g, 38665)), 8);
     const __m128i keep = _mm_or_si128(_mm_cmpeq_epi32(y0, zero), _mm_cmpeq_epi32(y1, zero));
     const __m128i d = _mm_max_epi32(y1, Set(1));
