@@ -47,7 +47,7 @@ bool ParseOptionValue(const OptionSpec& option, const std::string& text, double*
                       std::string* error) {
   if (option.choices) {
     for (int32_t i = 0; option.choices[i]; ++i) {
-      if (text == option.choices[i]) {
+      if (*option.choices[i] && text == option.choices[i]) {
         *value = i;
         return true;
       }
@@ -134,7 +134,8 @@ bool ParseRect(const std::string& text, Rect* rect, std::string* error) {
 std::string Placeholder(const OptionSpec& option) {
   if (option.choices) {
     std::string names;
-    for (int32_t i = 0; option.choices[i]; ++i) names += (i ? "|" : "") + std::string(option.choices[i]);
+    for (int32_t i = 0; option.choices[i]; ++i)
+      if (*option.choices[i]) names += (names.empty() ? "" : "|") + std::string(option.choices[i]);
     return names;
   }
   return IsInteger(option.type) ? "N" : "X";
@@ -168,7 +169,8 @@ std::string RangeText(const OptionSpec& option) {
   if (option.choices) {
     std::string names;
     for (int32_t i = 0; option.choices[i]; ++i) {
-      names += (i ? ", " : "") + std::string(option.choices[i]) + "=" + std::to_string(i);
+      if (!*option.choices[i]) continue;  // a value without a name
+      names += (names.empty() ? "" : ", ") + std::string(option.choices[i]) + "=" + std::to_string(i);
     }
     range += " or " + names;
   }
