@@ -1,10 +1,20 @@
-// BlackMist per frame, basic and full call, plain and fast kernels, beside the same stage
-// sequence written with OpenCV and the frame copy (bench/support.cpp).
+// BlackMist per frame, basic and full call, on a photograph (bench/support.cpp), beside:
+// - the same stages written with OpenCV as a skilled user would (BM_BlackMist*_OpenCV_Skilled):
+//   OpenCV's own resize, box blur and weighted sum, which are parallel and vectorised, and the
+//   per-pixel steps OpenCV has no call for (key, light curve, tint, tone table, screen
+//   composite) fused into loops over strips of rows run by cv::parallel_for_;
+// - the repository's first OpenCV pipeline, a chain of whole-frame calls (BM_BlackMist_OpenCV);
+// - the frame copy.
+// Ours and the skilled peer run with the machine's workers (min(processors, 8)) and with one
+// (_1Worker). _Staged is ours stage by stage with the fast kernels: what the fused passes save.
+// The peer is a reference for speed, not for bytes: its borders, rounding and key differ.
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
+#include <vector>
 
 #include "core/platform.h"
 #include "core/thread_pool.h"
@@ -19,94 +29,253 @@ constexpr float kIntensity = 1.0f;
 constexpr uint32_t kThreshold = 180;
 
 float SoftRadius(int32_t w, int32_t h) { return float(std::max(w, h) / 8) * 0.25f; }
+float BlendBlurRadius(int32_t w, int32_t h) { return float(std::max(w, h) / 8) * 0.06f; }
 
-struct MistRun {
-  CThreadPool pool;
-  std::unique_ptr<BlackMistEffect> effect;
-  Frame src, dst;
-  MistRun(int32_t w, int32_t h, int32_t simd) : src(w, h, PIXEL_BGRA32, 7), dst(w, h, PIXEL_BGRA32, 8) {
-    pool.Create(ThreadCount());
-    effect = std::make_unique<BlackMistEffect>(&pool);
-    const CpuInfo info{platform::ProcessorCount(), simd, 0};
-    effect->SetCpuInfo(&info);
-    effect->SetImageSize(w, h);
-  }
-  ImageDesc Desc(Frame& f) {
-    return ImageDesc{f.bytes.data(), uint32_t(f.width), uint32_t(f.height), uint32_t(f.stride), 4, 0, 0};
-  }
-  BlackMistParam Basic() {
-    BlackMistParam p{};
-    p.src = Desc(src);
-    p.dst = Desc(dst);
-    p.light_intensity = kIntensity;
-    p.soft_radius = SoftRadius(src.width, src.height);
-    p.hlr_threshold = kThreshold;
-    p.strength = 1;
-    p.process_rect = {0, 0, uint32_t(src.width), uint32_t(src.height)};
-    return p;
-  }
-  BlackMistFullParam Full() {
-    const BlackMistParam b = Basic();
-    BlackMistFullParam p{};
-    p.src = b.src;
-    p.dst = b.dst;
-    p.light_intensity = b.light_intensity;
-    p.soft_radius = b.soft_radius;
-    p.hlr_threshold = b.hlr_threshold;
-    p.tint_amount = 0.3f;
-    p.tint_hue = 0.08f;
-    p.tint_brightness = 1.0f;
-    p.blend_opacity = 255;
-    p.weight_blur = 0.27f;
-    p.weight_src = 0.73f;
-    p.use_tone_mapping = 1;
-    p.keep_saturation = 1;
-    p.blur_blended = 1;
-    p.blend_blur_radius = float(std::max(src.width, src.height) / 8) * 0.06f;
-    p.blend_mode = 5;
-    p.output_mode = 2;
-    p.strength = 1;
-    p.process_rect = b.process_rect;
-    return p;
-  }
+struct Call {
+  bool full;
+  int32_t workers;
 };
 
-void BlackMistBasic(benchmark::State& state, int32_t simd) {
-  MistRun run(int32_t(state.range(0)), int32_t(state.range(1)), simd);
-  const BlackMistParam p = run.Basic();
-  for (auto _ : state) {
-    if (run.effect->Process(&p) != 0) state.SkipWithError("Process failed");
-    benchmark::DoNotOptimize(run.dst.bytes.data());
-  }
-  SetFrameBytes(state, state.range(0), state.range(1));
+ImageDesc Desc(Frame& f) {
+  return ImageDesc{f.bytes.data(), uint32_t(f.width), uint32_t(f.height), uint32_t(f.stride), 4, 0, 0};
 }
 
-void BlackMistFull(benchmark::State& state, int32_t simd) {
-  MistRun run(int32_t(state.range(0)), int32_t(state.range(1)), simd);
-  const BlackMistFullParam p = run.Full();
-  for (auto _ : state) {
-    if (run.effect->ProcessFull(&p) != 0) state.SkipWithError("ProcessFull failed");
-    benchmark::DoNotOptimize(run.dst.bytes.data());
-  }
-  SetFrameBytes(state, state.range(0), state.range(1));
+// The full call's parameters (the basic call's defaults plus a tint and the tone curve).
+BlackMistFullParam FullParams(Frame& src, Frame& dst) {
+  BlackMistFullParam p{};
+  p.src = Desc(src);
+  p.dst = Desc(dst);
+  p.light_intensity = kIntensity;
+  p.soft_radius = SoftRadius(src.width, src.height);
+  p.hlr_threshold = kThreshold;
+  p.tint_amount = 0.3f;
+  p.tint_hue = 0.08f;
+  p.tint_brightness = 1.0f;
+  p.blend_opacity = 255;
+  p.weight_blur = 0.27f;
+  p.weight_src = 0.73f;
+  p.reserved_f = 1.0f;
+  p.use_tone_mapping = 1;
+  p.keep_saturation = 1;
+  p.blur_blended = 1;
+  p.blend_blur_radius = BlendBlurRadius(src.width, src.height);
+  p.blend_mode = 5;
+  p.output_mode = 2;
+  p.strength = 1;
+  p.reserved_i = 1;
+  p.process_rect = {0, 0, uint32_t(src.width), uint32_t(src.height)};
+  return p;
 }
 
-void BM_BlackMistBasic_Plain(benchmark::State& s) { BlackMistBasic(s, SIMD_SSE3); }
-void BM_BlackMistBasic_Sse41(benchmark::State& s) { BlackMistBasic(s, SIMD_SSE41); }
-void BM_BlackMistFull_Plain(benchmark::State& s) { BlackMistFull(s, SIMD_SSE3); }
-void BM_BlackMistFull_Sse41(benchmark::State& s) { BlackMistFull(s, SIMD_SSE41); }
+void RunOurs(benchmark::State& state, Call call, int32_t simd, bool fused = true) {
+  const int32_t w = int32_t(state.range(0)), h = int32_t(state.range(1));
+  CThreadPool pool;
+  pool.Create(call.workers);
+  BlackMistEffect effect(&pool);
+  const CpuInfo info{platform::ProcessorCount(), simd, 0};
+  effect.SetCpuInfo(&info);
+  effect.UseFusedPasses(fused);
+  effect.SetImageSize(w, h);
+  Frame src = PhotoFrame(w, h), dst(w, h, PIXEL_BGRA32, 8);
+  const BlackMistFullParam full = FullParams(src, dst);
+  BlackMistParam basic{};
+  basic.src = full.src;
+  basic.dst = full.dst;
+  basic.light_intensity = kIntensity;
+  basic.soft_radius = full.soft_radius;
+  basic.hlr_threshold = kThreshold;
+  basic.strength = 1;
+  basic.process_rect = full.process_rect;
+  for (auto _ : state) {
+    if ((call.full ? effect.ProcessFull(&full) : effect.Process(&basic)) != 0)
+      state.SkipWithError("BlackMist failed");
+    benchmark::DoNotOptimize(dst.bytes.data());
+  }
+  SetFrameBytes(state, w, h);
+}
 
-// The same stages with OpenCV: half-size resize, luma key, float conversion, contrast curve,
-// two horizontal and two vertical box blurs, resize up, screen blend, full-size blur of the
-// blend, weighted sum.
+// ---- The skilled OpenCV peer ------------------------------------------------------------------
+
+struct PeerParams {
+  bool full;
+  float gain;      // 2 x intensity x the preset's light factor
+  int r;           // half-size blur radius
+  int r2;          // blend blur radius
+  float tint_amount, tint_hue, tint_brightness;
+  double w_blur, w_src;
+  uint8_t lut[256];
+};
+
+// The key, light curve and conversion to float of one half-size pixel: the luma knee, the
+// thresholded colour rescaled to the knee's brightness with its saturation limited to three
+// times the knee's, then the S-curve.
+inline void KeyAndLight(const uint8_t* s, float* out, float t, float gain) {
+  const float b = s[0], g = s[1], r = s[2];
+  const float luma = (38665.0f * g + 19660.0f * r + 7209.0f * b) * (1.0f / 65536.0f / 255.0f);
+  float c[3] = {0.0f, 0.0f, 0.0f};
+  if (luma >= t) {
+    const float q = 2.0f * (1.0f - luma) * (1.0f - luma) * luma;
+    const float k = luma - t >= q ? 1.0f : (luma - t) / q;
+    const float kb = b * k, kg = g * k, kr = r * k;
+    const float tt = t * 255.0f;
+    float d[3] = {std::max(b - tt, 0.0f), std::max(g - tt, 0.0f), std::max(r - tt, 0.0f)};
+    const float m1 = std::max(kb, std::max(kg, kr)), n1 = std::min(kb, std::min(kg, kr));
+    const float m2 = std::max(d[0], std::max(d[1], d[2])), n2 = std::min(d[0], std::min(d[1], d[2]));
+    if (m2 > 0.0f) {
+      const float scale = m1 / m2;
+      const float s_knee = m1 > 0.0f ? (m1 - n1) / m1 : 0.0f, s_d = (m2 - n2) / m2;
+      const float keep = s_d > 3.0f * s_knee ? 3.0f * s_knee / s_d : 1.0f;
+      for (int i = 0; i < 3; ++i) c[i] = (m2 - (m2 - d[i]) * keep) * scale;
+    }
+  }
+  for (int i = 0; i < 3; ++i) {
+    const float v = 2.0f * (c[i] * (1.0f / 255.0f)) - 1.0f;
+    const float z = (v + 0.25f * v) / (1.0f + 0.5f * std::fabs(v) - 0.25f);
+    out[i] = gain * (z + 1.0f) * 0.5f;
+  }
+}
+
+class SkilledPeer {
+ public:
+  void Run(const cv::Mat& src, cv::Mat& dst, const PeerParams& p) {
+    const int sw = src.cols / 2, sh = src.rows / 2;
+    const int stripes = cv::getNumThreads();
+    cv::resize(src, small_, cv::Size(sw, sh), 0, 0, cv::INTER_LINEAR);
+    soft_.create(sh, sw, CV_32FC3);
+    const float t = float(kThreshold) / 255.0f;
+    cv::parallel_for_(cv::Range(0, sh), [&](const cv::Range& rows) {
+      for (int y = rows.start; y < rows.end; ++y) {
+        const uint8_t* s = small_.ptr<uint8_t>(y);
+        float* o = soft_.ptr<float>(y);
+        for (int x = 0; x < sw; ++x) KeyAndLight(s + 4 * x, o + 3 * x, t, p.gain);
+      }
+    }, stripes);
+    if (p.r > 0)
+      for (int pass = 0; pass < 2; ++pass)
+        cv::blur(soft_, soft_, cv::Size(2 * p.r - 1, 2 * p.r - 1), cv::Point(-1, -1), cv::BORDER_REPLICATE);
+    glow_.create(sh, sw, CV_8UC4);
+    cv::parallel_for_(cv::Range(0, sh), [&](const cv::Range& rows) {
+      for (int y = rows.start; y < rows.end; ++y) {
+        const float* f = soft_.ptr<float>(y);
+        const uint8_t* a = small_.ptr<uint8_t>(y);
+        uint8_t* o = glow_.ptr<uint8_t>(y);
+        for (int x = 0; x < sw; ++x) {
+          float c[3];
+          for (int i = 0; i < 3; ++i) c[i] = std::min(std::max(f[3 * x + i] * 255.0f, 0.0f), 255.0f);
+          if (p.full) Tint(c, p);
+          for (int i = 0; i < 3; ++i) o[4 * x + i] = uint8_t(c[i]);
+          o[4 * x + 3] = a[4 * x + 3];
+        }
+      }
+    }, stripes);
+    cv::resize(glow_, up_, src.size(), 0, 0, cv::INTER_LINEAR);
+    cv::parallel_for_(cv::Range(0, src.rows), [&](const cv::Range& rows) {
+      std::vector<uint8_t> toned(p.full ? size_t(src.cols) * 4 : 0);
+      for (int y = rows.start; y < rows.end; ++y) {
+        const uint8_t* base = src.ptr<uint8_t>(y);
+        if (p.full) {  // the tone curve on the picture's row first
+          for (int x = 0; x < src.cols * 4; ++x) toned[size_t(x)] = (x & 3) == 3 ? base[x] : p.lut[base[x]];
+          base = toned.data();
+        }
+        ScreenRow(base, up_.ptr<uint8_t>(y), dst.ptr<uint8_t>(y), src.cols);
+      }
+    }, stripes);
+    const cv::Size k2(2 * p.r2 - 1, 2 * p.r2 - 1);
+    cv::blur(dst, blurred_, k2, cv::Point(-1, -1), cv::BORDER_REPLICATE);
+    cv::blur(blurred_, blurred_, k2, cv::Point(-1, -1), cv::BORDER_REPLICATE);
+    cv::addWeighted(blurred_, p.w_blur, dst, p.w_src, 0.0, dst);
+  }
+
+ private:
+  // Towards the tint colour of the pixel's own brightness, then the brightness factor.
+  static void Tint(float* c, const PeerParams& p) {
+    const float v = std::max(c[0], std::max(c[1], c[2]));
+    const float h = p.tint_hue * 6.0f;
+    const int sector = std::min(int(h), 5);
+    const float f = h - float(sector), s = std::min(p.tint_amount, 1.0f);
+    const float lo = v * (1.0f - s), dn = v * (1.0f - s * f), upv = v * (1.0f - s * (1.0f - f));
+    const float rgb[6][3] = {{v, upv, lo}, {dn, v, lo}, {lo, v, upv}, {lo, dn, v}, {upv, lo, v}, {v, lo, dn}};
+    const float tint[3] = {rgb[sector][2], rgb[sector][1], rgb[sector][0]};  // B, G, R
+    for (int i = 0; i < 3; ++i)
+      c[i] = std::min((c[i] * (1.0f - p.tint_amount) + tint[i] * p.tint_amount) * p.tint_brightness, 255.0f);
+  }
+
+  // The screen blend with the blend kernels' compositing weights, written so that the compiler
+  // vectorises it: integer weights, float channels, no branches (a transparent layer pixel
+  // gives the base here, where ours keeps the destination's).
+  static void ScreenRow(const uint8_t* __restrict b, const uint8_t* __restrict l,
+                        uint8_t* __restrict d, int n) {
+    const float k = 1.0f / 255.0f;
+    for (int x = 0; x < n; ++x) {
+      const int a = (l[4 * x + 3] * 255) >> 8, ab = b[4 * x + 3];
+      const int wbi = (255 - a) * ab / 255, ao = a + wbi;
+      const float wb = float(wbi), wl = float((255 - ab) * a / 255), ws = float(ab * a / 255);
+      const float inv = 1.0f / float(ao | (ao == 0));
+      for (int i = 0; i < 3; ++i) {
+        const float bv = b[4 * x + i], lv = l[4 * x + i];
+        const float screen = 255.0f - (255.0f - bv) * (255.0f - lv) * k;
+        d[4 * x + i] = uint8_t((ws * screen + wl * lv + wb * bv) * inv);
+      }
+      d[4 * x + 3] = uint8_t(ao);
+    }
+  }
+
+  cv::Mat small_, soft_, glow_, up_, blurred_;
+};
+
+void RunPeer(benchmark::State& state, Call call) {
+  const int32_t w = int32_t(state.range(0)), h = int32_t(state.range(1));
+  Dispatcher::Get();  // sets OpenCV's thread count for the other cases
+  cv::setNumThreads(call.workers);
+  Frame frame = PhotoFrame(w, h), out(w, h, PIXEL_BGRA32, 8);
+  const cv::Mat src(h, w, CV_8UC4, frame.bytes.data());
+  cv::Mat dst(h, w, CV_8UC4, out.bytes.data());
+  PeerParams p{};
+  p.full = call.full;
+  p.gain = 2.0f * kIntensity;
+  p.r = std::min((std::min(w, h) / 2 - 1) / 2, int(2.0f * SoftRadius(w, h) * 0.5f + 0.5f));
+  p.r2 = std::max(1, int(2.0f * BlendBlurRadius(w, h) * 0.5f + 0.5f));
+  p.tint_amount = 0.3f;
+  p.tint_hue = 0.08f;
+  p.tint_brightness = 1.0f;
+  p.w_blur = 0.27;
+  p.w_src = 0.73;
+  for (int i = 0; i < 256; ++i) p.lut[i] = uint8_t(i < 128 ? i + i / 16 : 255 - (255 - i) * 15 / 16);
+  SkilledPeer peer;
+  for (auto _ : state) {
+    peer.Run(src, dst, p);
+    benchmark::DoNotOptimize(out.bytes.data());
+  }
+  cv::setNumThreads(ThreadCount());
+  SetFrameBytes(state, w, h);
+}
+
+void BM_BlackMistBasic_Plain(benchmark::State& s) { RunOurs(s, {false, ThreadCount()}, SIMD_SSE3); }
+void BM_BlackMistBasic_Sse41(benchmark::State& s) { RunOurs(s, {false, ThreadCount()}, SIMD_SSE41); }
+void BM_BlackMistFull_Plain(benchmark::State& s) { RunOurs(s, {true, ThreadCount()}, SIMD_SSE3); }
+void BM_BlackMistFull_Sse41(benchmark::State& s) { RunOurs(s, {true, ThreadCount()}, SIMD_SSE41); }
+void BM_BlackMistBasic_Sse41_1Worker(benchmark::State& s) { RunOurs(s, {false, 1}, SIMD_SSE41); }
+void BM_BlackMistFull_Sse41_1Worker(benchmark::State& s) { RunOurs(s, {true, 1}, SIMD_SSE41); }
+void BM_BlackMistBasic_Sse41_Staged(benchmark::State& s) {
+  RunOurs(s, {false, ThreadCount()}, SIMD_SSE41, false);
+}
+void BM_BlackMistFull_Sse41_Staged(benchmark::State& s) {
+  RunOurs(s, {true, ThreadCount()}, SIMD_SSE41, false);
+}
+void BM_BlackMistBasic_OpenCV_Skilled(benchmark::State& s) { RunPeer(s, {false, ThreadCount()}); }
+void BM_BlackMistFull_OpenCV_Skilled(benchmark::State& s) { RunPeer(s, {true, ThreadCount()}); }
+void BM_BlackMistBasic_OpenCV_Skilled_1Worker(benchmark::State& s) { RunPeer(s, {false, 1}); }
+void BM_BlackMistFull_OpenCV_Skilled_1Worker(benchmark::State& s) { RunPeer(s, {true, 1}); }
+
+// The repository's first OpenCV version: the same stages as a chain of whole-frame calls.
 void BM_BlackMist_OpenCV(benchmark::State& state) {
   const int w = int(state.range(0)), h = int(state.range(1));
   Dispatcher::Get();  // sets OpenCV's thread count
-  Frame frame(w, h, PIXEL_BGRA32, 7);
+  Frame frame = PhotoFrame(w, h);
   cv::Mat src(h, w, CV_8UC4, frame.bytes.data());
   cv::Mat small, gray, key, keyed, f, curved, up, up8, inv_src, inv_up, prod, screen, blurred, out;
   const int r = std::max(1, int(2.0f * SoftRadius(w, h) * 0.5f + 0.5f));
-  const int r2 = std::max(1, int(2.0f * float(std::max(w, h) / 8) * 0.06f * 0.5f + 0.5f));
+  const int r2 = std::max(1, int(2.0f * BlendBlurRadius(w, h) * 0.5f + 0.5f));
   const cv::Size kh(2 * r - 1, 1), kv(1, 2 * r - 1);
   const cv::Size k2h(2 * r2 - 1, 1), k2v(1, 2 * r2 - 1);
   for (auto _ : state) {
@@ -141,6 +310,14 @@ BENCHMARK(BM_BlackMistBasic_Plain)->Apply(FrameSizes);
 BENCHMARK(BM_BlackMistBasic_Sse41)->Apply(FrameSizes);
 BENCHMARK(BM_BlackMistFull_Plain)->Apply(FrameSizes);
 BENCHMARK(BM_BlackMistFull_Sse41)->Apply(FrameSizes);
+BENCHMARK(BM_BlackMistBasic_Sse41_1Worker)->Apply(FrameSizes);
+BENCHMARK(BM_BlackMistFull_Sse41_1Worker)->Apply(FrameSizes);
+BENCHMARK(BM_BlackMistBasic_Sse41_Staged)->Apply(FrameSizes);
+BENCHMARK(BM_BlackMistFull_Sse41_Staged)->Apply(FrameSizes);
+BENCHMARK(BM_BlackMistBasic_OpenCV_Skilled)->Apply(FrameSizes);
+BENCHMARK(BM_BlackMistFull_OpenCV_Skilled)->Apply(FrameSizes);
+BENCHMARK(BM_BlackMistBasic_OpenCV_Skilled_1Worker)->Apply(FrameSizes);
+BENCHMARK(BM_BlackMistFull_OpenCV_Skilled_1Worker)->Apply(FrameSizes);
 BENCHMARK(BM_BlackMist_OpenCV)->Apply(FrameSizes);
 
 }  // namespace bench

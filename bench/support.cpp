@@ -1,6 +1,8 @@
 #include "support.h"
 
 #include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include <algorithm>
 #include <cstring>
@@ -30,6 +32,16 @@ Frame::Frame(int32_t w, int32_t h, uint32_t fmt, uint32_t seed)
     auto* f = reinterpret_cast<float*>(bytes.data());
     for (size_t i = 0; i < bytes.size() / 4; ++i) f[i] = float(i % 251) / 255.0f;
   }
+}
+
+Frame PhotoFrame(int32_t w, int32_t h) {
+  Frame f(w, h, PIXEL_BGRA32, 1);
+  const cv::Mat photo = cv::imread(VANTYX_BENCH_PHOTO, cv::IMREAD_COLOR);
+  if (photo.empty()) return f;  // random bytes: the case still runs
+  cv::Mat big, bgra(h, w, CV_8UC4, f.bytes.data(), size_t(f.stride));
+  cv::resize(photo, big, cv::Size(w, h), 0, 0, cv::INTER_CUBIC);
+  cv::cvtColor(big, bgra, cv::COLOR_BGR2BGRA);
+  return f;
 }
 
 ImageView Frame::View() {

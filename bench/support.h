@@ -29,6 +29,10 @@ struct Frame {
   ImageView View();
 };
 
+// assets/coffee.png enlarged to w x h, opaque BGRA: what an effect meets in a real frame
+// (highlights where the photograph has them, alpha 255).
+Frame PhotoFrame(int32_t w, int32_t h);
+
 // A pool of ThreadCount() workers and a segmenter bound to it, built once.
 class Dispatcher {
  public:

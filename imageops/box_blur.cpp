@@ -61,6 +61,63 @@ int32_t BoxBlurSetup(const ImageView& img, const ImageView* weight, int32_t radi
   return 0;
 }
 
+int32_t BoxBlurWindowCount(int64_t i, int64_t n, int64_t r) {
+  return static_cast<int32_t>(std::min(n - 1, i + r - 1) - std::max<int64_t>(0, i - r + 1) + 1);
+}
+
+ByteDivisor MakeByteDivisor(int32_t count) {
+  ByteDivisor d;
+  d.count = count;
+  d.half = static_cast<uint16_t>(count / 2);
+  const int64_t largest = 255 * int64_t{count} + count / 2;
+  // The smallest shift whose rounded-up multiplier m = ceil(2^k / c), k = 16 + shift, is exact
+  // for every numerator up to `largest`: m c - 2^k = e < c, and n m / 2^k = n / c + n e / (c 2^k)
+  // stays below the next multiple of 1 / c while n e < 2^k.
+  for (int32_t shift = 0; shift < 16; ++shift) {
+    const int64_t k = int64_t{1} << (16 + shift);
+    const int64_t m = (k + count - 1) / count;
+    if (m > 65535) break;
+    if ((m * count - k) * largest < k) {
+      d.multiplier = static_cast<uint16_t>(m);
+      d.shift = shift;
+      return d;
+    }
+  }
+  d.multiplier = static_cast<uint16_t>(std::min<int32_t>(65536 / count, 65535));
+  d.shift = -1;
+  return d;
+}
+
+void ColumnBoxStream::Init(bool floats, int32_t n, int32_t r, int32_t out_begin, int32_t out_end,
+                           int32_t row_bytes) {
+  floats_ = floats;
+  n_ = n;
+  r_ = r;
+  out_end_ = out_end;
+  row_bytes_ = row_bytes;
+  first_in_ = static_cast<int32_t>(std::max<int64_t>(0, int64_t{out_begin} - r + 1));
+  end_in_ = static_cast<int32_t>(std::min<int64_t>(n, int64_t{out_end} + r - 1));
+  capacity_ = static_cast<int32_t>(std::max<int64_t>(1, std::min<int64_t>(2 * int64_t{r}, end_in_ - first_in_)));
+  next_ = out_begin;
+  pushed_ = first_in_ - 1;
+  started_ = false;
+  rows_.assign(static_cast<size_t>(capacity_), nullptr);
+  // 16-bit sums per byte, or one float per float, and room to align them to 16 bytes.
+  const size_t lanes = floats ? static_cast<size_t>(row_bytes) / 4 : static_cast<size_t>(row_bytes);
+  sums_.assign((floats ? 4 : 2) * (lanes + 8) + 16, 0);
+}
+
+void ColumnBoxStream::Push(int32_t i, const uint8_t* row) {
+  rows_[size_t((i - first_in_) % capacity_)] = row;
+  pushed_ = i;
+}
+
+int32_t ColumnBoxStream::Ready() const {
+  if (next_ >= out_end_) return -1;
+  const int64_t need = std::min<int64_t>(n_ - 1, int64_t{next_} + r_ - 1);
+  return pushed_ >= need ? next_ : -1;
+}
+
 }  // namespace detail
 
 namespace {

@@ -431,9 +431,259 @@ void F96RowsAll(const ImageView& img, int32_t r, const Area& a) {
   }
 }
 
+// ---- Fused passes: byte rows and streamed columns with the integer rounding division --------
+
+// n / d.count per 16-bit lane (see ByteDivisor).
+template <bool kExact>
+inline __m128i Divide(__m128i n, __m128i m, __m128i shift, __m128i c, __m128i c_minus_1) {
+  const __m128i q0 = _mm_mulhi_epu16(n, m);
+  if (kExact) return _mm_srl_epi16(q0, shift);
+  const __m128i rem = _mm_sub_epi16(n, _mm_mullo_epi16(q0, c));
+  return _mm_sub_epi16(q0, _mm_cmpgt_epi16(rem, c_minus_1));
+}
+
+struct DivideBy {
+  detail::ByteDivisor d;
+  __m128i m, shift, c, c_minus_1, half;
+  explicit DivideBy(const detail::ByteDivisor& div)
+      : d(div),
+        m(_mm_set1_epi16(static_cast<int16_t>(div.multiplier))),
+        shift(_mm_cvtsi32_si128(div.shift < 0 ? 0 : div.shift)),
+        c(_mm_set1_epi16(static_cast<int16_t>(div.count))),
+        c_minus_1(_mm_set1_epi16(static_cast<int16_t>(div.count - 1))),
+        half(_mm_set1_epi16(static_cast<int16_t>(div.half))) {}
+  // The rounded quotient of window sums s (16-bit lanes).
+  template <bool kExact>
+  __m128i Round(__m128i s) const {
+    return Divide<kExact>(_mm_add_epi16(s, half), m, shift, c, c_minus_1);
+  }
+};
+
+// Middle of a row (a full window of 2r - 1 everywhere): pixels [from, to), four per step, the
+// sums in 16-bit lanes (a window of at most 255 bytes sums to at most 65025). The four steps'
+// differences d = x[i + r - 1] - x[i - r] are summed as prefixes: [d0, d0 + d1] and
+// [d2, d2 + d3] per half, each added to the running sum of the pixel before.
+template <bool kExact>
+void BgraMiddle(const uint8_t* x, uint8_t* out, int32_t from, int32_t to, int32_t r, __m128i* sum,
+                const DivideBy& div) {
+  const __m128i zero = _mm_setzero_si128();
+  __m128i s16 = _mm_packus_epi32(*sum, *sum);  // [S, S] of the pixel before `from`
+  int32_t i = from;
+  const uint8_t* in = x + 4 * (i + r - 1);
+  const uint8_t* old = x + 4 * (i - r);
+  for (; i + 4 <= to; i += 4, in += 16, old += 16) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(old));
+    __m128i d01 = _mm_sub_epi16(_mm_unpacklo_epi8(a, zero), _mm_unpacklo_epi8(b, zero));
+    __m128i d23 = _mm_sub_epi16(_mm_unpackhi_epi8(a, zero), _mm_unpackhi_epi8(b, zero));
+    d01 = _mm_add_epi16(d01, _mm_slli_si128(d01, 8));
+    d23 = _mm_add_epi16(d23, _mm_slli_si128(d23, 8));
+    const __m128i s01 = _mm_add_epi16(s16, d01);
+    const __m128i s23 = _mm_add_epi16(_mm_unpackhi_epi64(s01, s01), d23);
+    s16 = _mm_unpackhi_epi64(s23, s23);
+    const __m128i q = _mm_packus_epi16(div.Round<kExact>(s01), div.Round<kExact>(s23));
+    const __m128i orig = _mm_loadu_si128(reinterpret_cast<const __m128i*>(x + 4 * i));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4 * i), _mm_blendv_epi8(q, orig, AlphaBytes()));
+  }
+  __m128i s = _mm_cvtepu16_epi32(s16);
+  const __m128 full = _mm_set1_ps(static_cast<float>(2 * r - 1));
+  for (; i < to; ++i, in += 4, old += 4) {
+    s = _mm_add_epi32(s, _mm_sub_epi32(Widen(in), Widen(old)));
+    StorePixel(out + 4 * i, x + 4 * i, s, full);
+  }
+  *sum = s;
+}
+
+// One output row of a vertical pass from 16-bit column sums: s += add - sub (either row may be
+// null), then the rounded quotients, alpha (every fourth byte) from `alpha_row`.
+template <bool kAdd, bool kSub, bool kExact>
+void ColumnRow16(uint16_t* s, const uint8_t* add, const uint8_t* sub, const uint8_t* alpha_row,
+                 uint8_t* out, int32_t bytes, const DivideBy& div) {
+  const __m128i zero = _mm_setzero_si128();
+  int32_t k = 0;
+  for (; k + 16 <= bytes; k += 16) {
+    __m128i lo = _mm_load_si128(reinterpret_cast<const __m128i*>(s + k));
+    __m128i hi = _mm_load_si128(reinterpret_cast<const __m128i*>(s + k + 8));
+    if (kAdd) {
+      const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(add + k));
+      lo = _mm_add_epi16(lo, _mm_unpacklo_epi8(a, zero));
+      hi = _mm_add_epi16(hi, _mm_unpackhi_epi8(a, zero));
+    }
+    if (kSub) {
+      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sub + k));
+      lo = _mm_sub_epi16(lo, _mm_unpacklo_epi8(b, zero));
+      hi = _mm_sub_epi16(hi, _mm_unpackhi_epi8(b, zero));
+    }
+    if (kAdd || kSub) {
+      _mm_store_si128(reinterpret_cast<__m128i*>(s + k), lo);
+      _mm_store_si128(reinterpret_cast<__m128i*>(s + k + 8), hi);
+    }
+    const __m128i q = _mm_packus_epi16(div.Round<kExact>(lo), div.Round<kExact>(hi));
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(alpha_row + k));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + k), _mm_blendv_epi8(q, a, AlphaBytes()));
+  }
+  for (; k < bytes; ++k) {
+    s[k] = static_cast<uint16_t>(s[k] + (kAdd ? add[k] : 0) - (kSub ? sub[k] : 0));
+    out[k] = (k & 3) == 3 ? alpha_row[k] : static_cast<uint8_t>((s[k] + div.d.half) / div.d.count);
+  }
+}
+
+template <bool kExact>
+void ColumnRow16Any(uint16_t* s, const uint8_t* add, const uint8_t* sub, const uint8_t* alpha_row,
+                    uint8_t* out, int32_t bytes, const DivideBy& div) {
+  if (add && sub)
+    ColumnRow16<true, true, kExact>(s, add, sub, alpha_row, out, bytes, div);
+  else if (add)
+    ColumnRow16<true, false, kExact>(s, add, sub, alpha_row, out, bytes, div);
+  else if (sub)
+    ColumnRow16<false, true, kExact>(s, add, sub, alpha_row, out, bytes, div);
+  else
+    ColumnRow16<false, false, kExact>(s, add, sub, alpha_row, out, bytes, div);
+}
+
+// Sums of 16-bit lanes += the bytes of `row`.
+void AddRow16(uint16_t* s, const uint8_t* row, int32_t bytes) {
+  const __m128i zero = _mm_setzero_si128();
+  int32_t k = 0;
+  for (; k + 16 <= bytes; k += 16) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + k));
+    __m128i* lo = reinterpret_cast<__m128i*>(s + k);
+    _mm_store_si128(lo, _mm_add_epi16(_mm_load_si128(lo), _mm_unpacklo_epi8(a, zero)));
+    _mm_store_si128(lo + 1, _mm_add_epi16(_mm_load_si128(lo + 1), _mm_unpackhi_epi8(a, zero)));
+  }
+  for (; k < bytes; ++k) s[k] = static_cast<uint16_t>(s[k] + row[k]);
+}
+
+template <class T>
+T* AlignedIn(std::vector<uint8_t>& v) {
+  const uintptr_t p = reinterpret_cast<uintptr_t>(v.data());
+  return reinterpret_cast<T*>((p + 15) & ~uintptr_t{15});
+}
+
 }  // namespace
 
 namespace detail {
+
+void BoxBlurDivideSse41(const uint16_t* n, uint16_t* q, size_t count, const ByteDivisor& d) {
+  const DivideBy div(d);
+  size_t k = 0;
+  for (; k + 8 <= count; k += 8) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(n + k));
+    const __m128i m = d.shift >= 0 ? Divide<true>(v, div.m, div.shift, div.c, div.c_minus_1)
+                                   : Divide<false>(v, div.m, div.shift, div.c, div.c_minus_1);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(q + k), m);
+  }
+  for (; k < count; ++k) q[k] = static_cast<uint16_t>(n[k] / d.count);
+}
+
+void BoxBlurBgraRowSse41(const uint8_t* x, uint8_t* out, int32_t n, int32_t r) {
+  const int64_t rr = r;
+  const int32_t m = static_cast<int32_t>(std::min<int64_t>(rr, n));
+  __m128i s = _mm_setzero_si128();
+  for (int32_t k = 0; k < m; ++k) s = _mm_add_epi32(s, Widen(x + 4 * k));
+  StorePixel(out, x, s, _mm_set1_ps(static_cast<float>(m)));
+  auto ends = [&](int32_t lo, int32_t hi) {
+    for (int32_t i = lo; i < hi; ++i) {
+      if (i + rr - 1 < n) s = _mm_add_epi32(s, Widen(x + 4 * (i + rr - 1)));
+      if (i >= rr) s = _mm_sub_epi32(s, Widen(x + 4 * (i - rr)));
+      StorePixel(out + 4 * i, x + 4 * i, s, _mm_set1_ps(static_cast<float>(WindowCount(i, n, rr))));
+    }
+  };
+  if (rr > n - rr || 2 * rr - 1 > 255) {  // no middle, or sums past 16 bits: divide in float
+    ends(1, n);
+    return;
+  }
+  ends(1, r);
+  const int32_t end = n - r + 1;
+  const DivideBy div(MakeByteDivisor(2 * r - 1));
+  if (div.d.shift >= 0)
+    BgraMiddle<true>(x, out, r, end, r, &s, div);
+  else
+    BgraMiddle<false>(x, out, r, end, r, &s, div);
+  ends(end, n);
+}
+
+void BoxBlurF96RowsSse41(uint8_t* const* out, const float* const* x, int32_t rows, int32_t n,
+                         int32_t r) {
+  if (rows == 4)
+    F96Rows<4>(out, x, n, r);
+  else
+    for (int32_t k = 0; k < rows; ++k) F96Rows<1>(out + k, x + k, n, r);
+}
+
+void ColumnBoxStream::EmitSse41(uint8_t* out) {
+  const int32_t j = next_++;
+  const int64_t rr = r_;
+  const bool first = !started_;
+  started_ = true;
+  const int32_t count = WindowCount(j, n_, rr);
+  const uint8_t* add = !first && j + rr - 1 < n_ ? Row(static_cast<int32_t>(j + rr - 1)) : nullptr;
+  const uint8_t* sub = !first && j - rr >= 0 ? Row(static_cast<int32_t>(j - rr)) : nullptr;
+  if (floats_) {
+    // FloatStep's arithmetic, row by row from the top: S = x[0] + .. + x[m - 1], then
+    // S = S - old + new, S += new or S -= old.
+    float* s = AlignedIn<float>(sums_);
+    const int32_t w = row_bytes_ / 4;
+    if (first) {
+      std::memcpy(s, Row(0), static_cast<size_t>(row_bytes_));
+      for (int32_t t = 1; t < std::min<int64_t>(rr, n_); ++t) {
+        const float* p = reinterpret_cast<const float*>(Row(t));
+        int32_t k = 0;
+        for (; k + 4 <= w; k += 4)
+          _mm_store_ps(s + k, _mm_add_ps(_mm_load_ps(s + k), _mm_loadu_ps(p + k)));
+        for (; k < w; ++k) {
+          float v;
+          std::memcpy(&v, p + k, 4);
+          s[k] += v;
+        }
+      }
+    }
+    const float* a = reinterpret_cast<const float*>(add);
+    const float* b = reinterpret_cast<const float*>(sub);
+    const float cf = static_cast<float>(count);
+    const __m128 c = _mm_set1_ps(cf);
+    float* o = reinterpret_cast<float*>(out);
+    int32_t k = 0;
+    for (; k + 4 <= w; k += 4) {
+      __m128 v = _mm_load_ps(s + k);
+      if (a && b)
+        v = _mm_add_ps(_mm_sub_ps(v, _mm_loadu_ps(b + k)), _mm_loadu_ps(a + k));
+      else if (a)
+        v = _mm_add_ps(v, _mm_loadu_ps(a + k));
+      else if (b)
+        v = _mm_sub_ps(v, _mm_loadu_ps(b + k));
+      _mm_store_ps(s + k, v);
+      _mm_storeu_ps(o + k, _mm_div_ps(v, c));
+    }
+    for (; k < w; ++k) {
+      float va = 0.0f, vb = 0.0f;
+      if (a) std::memcpy(&va, a + k, 4);
+      if (b) std::memcpy(&vb, b + k, 4);
+      if (a && b)
+        s[k] = s[k] - vb + va;
+      else if (a)
+        s[k] += va;
+      else if (b)
+        s[k] -= vb;
+      const float q = s[k] / cf;
+      std::memcpy(o + k, &q, 4);
+    }
+    return;
+  }
+  uint16_t* s = AlignedIn<uint16_t>(sums_);
+  if (first) {
+    std::memset(s, 0, static_cast<size_t>(row_bytes_) * 2);
+    const int32_t lo = static_cast<int32_t>(std::max<int64_t>(0, j - rr + 1));
+    const int32_t hi = static_cast<int32_t>(std::min<int64_t>(n_ - 1, j + rr - 1));
+    for (int32_t t = lo; t <= hi; ++t) AddRow16(s, Row(t), row_bytes_);
+  }
+  if (divisor_.count != count) divisor_ = MakeByteDivisor(count);
+  const DivideBy div(divisor_);
+  if (div.d.shift >= 0)
+    ColumnRow16Any<true>(s, add, sub, Row(j), out, row_bytes_, div);
+  else
+    ColumnRow16Any<false>(s, add, sub, Row(j), out, row_bytes_, div);
+}
 
 void BoxBlurRoundBytesSse41(const float* q, int32_t* out, size_t count) {
   size_t k = 0;

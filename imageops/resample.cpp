@@ -67,6 +67,44 @@ int32_t ResampleSetup(const ImageView& src, const ImageView& dst, const ProcessR
   return 0;
 }
 
+void ResampleRowsU8::Init(const ImageView& src, const Area& area, int32_t dst_w, int32_t dst_h,
+                          int32_t x_begin, int32_t x_end) {
+  src_ = src;
+  area_ = area;
+  dst_h_ = dst_h;
+  count_ = std::max(x_end - x_begin, 0);
+  const size_t n = static_cast<size_t>(count_);
+  std::vector<ResampleTap> taps(n);
+  BuildResampleTaps(dst_w, src.width, area.left, area.right, x_begin, x_end, taps.data());
+  off0_.resize(n + 1);  // one spare column: the fast form reads columns in pairs
+  off1_.resize(n + 1);
+  frac2_.resize(4 * (n + 1));
+  bool halving = true;
+  for (size_t x = 0; x < n; ++x) {
+    off0_[x] = taps[x].i0 * 4;
+    off1_[x] = taps[x].i1 * 4;
+    for (int k = 0; k < 4; ++k) frac2_[4 * x + size_t(k)] = static_cast<int16_t>(taps[x].frac * 2);
+    halving = halving && taps[x].frac == 128 && taps[x].i1 == taps[x].i0 + 1 &&
+              taps[x].i0 == taps[0].i0 + 2 * static_cast<int32_t>(x);
+  }
+  // Enlarging twice, columns 2k .. 2k + 3 read pixels (k - 1, k), (k, k + 1), (k, k + 1) and
+  // (k + 1, k + 2) at fractions 192, 64, 192, 64: one load of the run k - 1 .. k + 2.
+  doubling_.assign(n / 4, 0);
+  for (size_t g = 0; g < n / 4; ++g) {
+    const ResampleTap* t = &taps[4 * g];
+    const int32_t k = t[0].i0 + 1;
+    doubling_[g] = t[0].i0 == k - 1 && t[1].i0 == k && t[2].i0 == k && t[3].i0 == k + 1 &&
+                   t[0].i1 == k && t[1].i1 == k + 1 && t[2].i1 == k + 1 && t[3].i1 == k + 2 &&
+                   t[0].frac == 192 && t[1].frac == 64 && t[2].frac == 192 && t[3].frac == 64;
+  }
+  off0_[n] = off0_[n > 0 ? n - 1 : 0];
+  off1_[n] = off1_[n > 0 ? n - 1 : 0];
+  halving_from_ = halving && n > 0 ? taps[0].i0 : -1;
+  for (auto& r : rows_) r.assign(4 * n + 16, 0);
+  row_of_[0] = row_of_[1] = -1;
+  next_slot_ = 0;
+}
+
 }  // namespace detail
 
 namespace {

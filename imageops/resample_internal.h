@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "core/image_view.h"
 
@@ -33,6 +34,35 @@ struct ResampleJob {
 // 0x80070057. Returns 0 with *job set; job->row_begin == job->row_end when the strip is empty.
 int32_t ResampleSetup(const ImageView& src, const ImageView& dst, const ProcessRect& src_rect,
                       const ProcessRect& strip, uint32_t format, ResampleJob* job);
+
+// Byte resampling one destination row at a time, for a fixed source and destination column
+// range: the fast kernel's rows and the fused passes that enlarge the glow row by row. Each
+// source row's horizontal pass is kept, so that the two destination rows which share a source
+// row when enlarging interpolate it once; the taps and arithmetic are the byte kernels'.
+class ResampleRowsU8 {
+ public:
+  // `area`: the source rectangle, clipped, in source indices; destination dst_w x dst_h, of
+  // which columns [x_begin, x_end) are produced.
+  void Init(const ImageView& src, const Area& area, int32_t dst_w, int32_t dst_h,
+            int32_t x_begin, int32_t x_end);
+  // Destination row y (0 <= y < dst_h) into out, 4 x (x_end - x_begin) bytes. Needs SSE4.1.
+  void RowSse41(int32_t y, uint8_t* out);
+
+ private:
+  const uint8_t* HorizontalSse41(int32_t src_row);
+
+  ImageView src_;
+  Area area_{0, 0, 0, 0};
+  int32_t dst_h_ = 0;
+  int32_t count_ = 0;                 // destination columns produced
+  std::vector<int32_t> off0_, off1_;  // byte offsets of each column's two source pixels
+  std::vector<int16_t> frac2_;        // 2 x fraction, once per channel
+  int32_t halving_from_ = -1;         // first source pixel when every column halves a pair
+  std::vector<uint8_t> doubling_;     // per group of four columns: they enlarge a run twice
+  std::vector<uint8_t> rows_[2];      // horizontal passes of two source rows
+  int32_t row_of_[2] = {-1, -1};
+  int32_t next_slot_ = 0;
+};
 
 }  // namespace detail
 }  // namespace Vantyx

@@ -3,13 +3,11 @@
 #include <algorithm>
 #include <new>
 
+#include "effects/blackmist/blackmist_kernels.h"
 #include "engine/effect_factory.h"
 #include "imageops/blend.h"
-#include "imageops/box_blur.h"
 #include "imageops/colour.h"
-#include "imageops/copy_convert.h"
 #include "imageops/pixel_ops.h"
-#include "imageops/resample.h"
 
 namespace Vantyx {
 
@@ -24,9 +22,35 @@ constexpr float kLightCurve = -0.25f;  // S-shaped contrast through the middle g
 
 int32_t MaxSide8(int32_t w, int32_t h) { return std::max(w, h) / 8; }
 
+// The row stages BlackMist gives the glow pipeline.
+int32_t ToneMapRow(const void* lut, uint8_t* row, int32_t pixels) {
+  return apply_lut_bgr_plain(PixelRow(row, pixels), static_cast<const uint8_t*>(lut),
+                             PixelRowRect(pixels));
+}
+
+struct Tint {
+  float amount, hue, brightness;
+  int32_t level;
+  blackmist::TintTable table;  // of (amount, hue), built once a frame for the fast form
+};
+int32_t TintRow(const void* ctx, uint8_t* row, int32_t pixels) {
+  const Tint& t = *static_cast<const Tint*>(ctx);
+  return blackmist::adjust_color(PixelRow(row, pixels), t.amount, t.hue, t.brightness,
+                                 PixelRowRect(pixels), t.level, &t.table);
+}
+
+struct Weights {
+  int32_t blur, src, level;
+};
+int32_t WeightRow(const void* ctx, uint8_t* blurred, uint8_t* dst, int32_t pixels) {
+  const Weights& w = *static_cast<const Weights*>(ctx);
+  return weighting_sum(PixelRow(blurred, pixels), PixelRow(dst, pixels), w.blur, w.src,
+                       PixelRowRect(pixels), w.level);
+}
+
 }  // namespace
 
-BlackMistEffect::BlackMistEffect(CThreadPool* pool) : EffectBase(pool, 0.5f) { Reset(); }
+BlackMistEffect::BlackMistEffect(CThreadPool* pool) : GlowEffect(pool, 0.5f) { Reset(); }
 
 BlackMistEffect::~BlackMistEffect() = default;
 
@@ -61,7 +85,7 @@ int32_t BlackMistEffect::SetImageSize(int32_t width, int32_t height) {
 
   if (!m_tone_lut) m_tone_lut.reset(new uint8_t[256]());
   BuildToneCurve(kToneCurve, int32_t(sizeof(kToneCurve) / sizeof(kToneCurve[0])), m_tone_lut.get(), 256);
-  m_mask_map = blackmist::BuildMaskMap(m_img_w, m_img_h, m_scaled_img_w, m_scaled_img_h);
+  m_mask_map = BuildMaskMap(m_img_w, m_img_h, m_scaled_img_w, m_scaled_img_h);
   return VX_OK;
 }
 
@@ -165,133 +189,39 @@ int32_t BlackMistEffect::ProcessFull(const BlackMistFullParam* param) {
 }
 
 int32_t BlackMistEffect::Run() {
-  const int32_t rc = Pipeline();
-  if (rc < 0) LogStageFailure("total process", rc);
-  return rc < 0 ? rc : VX_OK;
-}
-
-// The stages, in order. Frame-size stages run over (0, 0, w, h); the destination holds only
-// the process rectangle, so stages that read it back work in its own coordinates.
-int32_t BlackMistEffect::Pipeline() {
-  const ProcessRect frame = FrameRect();
-  const ProcessRect scaled = ScaledRect();
-  const ProcessRect dst_rect = DstRect();
-  const int32_t simd = cpu.simd_level;
   const Preset preset = PresetFor(m_strength);
-  const ImageView src = SrcView(), dst_at_rect = DstAtRect(), dst = DstView();
-  const ImageView aligned_src = ViewOf(m_aligned_src), aligned_hlr = ViewOf(m_aligned_hlr);
-
-  VANTYX_STAGE(RunStage("copy src", frame, Split::kRows,
-                        [&](const ProcessRect& s) { return copy_block(src, aligned_src, s); }));
-  if (m_output_mode == 3)
-    return RunStage("copy original image", frame, Split::kRows,
-                    [&](const ProcessRect& s) { return copy_block(src, dst_at_rect, s); });
-
-  VANTYX_STAGE(Resample("downsampling src", m_aligned_src, frame, m_scaled_src, scaled));
-  VANTYX_STAGE(DetectHighlights());
-
+  GlowSpec spec;
+  spec.output_mode = m_output_mode;
+  spec.threshold = m_hlr_threshold;
+  spec.rule = m_keep_saturation ? SaturationRule::kRescaleWhenLit : SaturationRule::kNone;
   const int32_t max_radius = (std::min(m_scaled_img_w, m_scaled_img_h) - 1) / 2;
   const float wanted = std::min(preset.radius_factor * m_soft_radius,
                                 float(std::max(m_img_w, m_img_h)) * 0.125f);
-  const int32_t radius = std::min(max_radius, TruncToInt(2.0f * wanted * m_scale + 0.5f));
-  const float gain = float(2.0 * double(m_light_intensity) * preset.light_factor);
-  const int32_t soften = SoftenHighlights(radius, gain);
-  if (soften < 0) {
-    LogStageFailure("soften hlr", soften);
-    return soften;
-  }
+  spec.soft_radius = std::min(max_radius, TruncToInt(2.0f * wanted * m_scale + 0.5f));
+  spec.light_gain = float(2.0 * double(m_light_intensity) * preset.light_factor);
+  spec.light_k = kLightCurve;
+  spec.soft_blur_plain = true;
 
+  Tint tint{m_tint_amount, m_tint_hue, m_tint_brightness, cpu.simd_level, {}};
   if (!(m_tint_amount == 0.0f && m_tint_hue == 0.0f && m_tint_brightness == 1.0f)) {
-    const ImageView hlr = ViewOf(m_scaled_hlr);
-    VANTYX_STAGE(RunStage("adjust color", scaled, Split::kRows, [&](const ProcessRect& s) {
-      return blackmist::adjust_color_plain(hlr, m_tint_amount, m_tint_hue, m_tint_brightness, s);
-    }));
+    if (Fast()) blackmist::BuildTintTable(m_tint_amount, m_tint_hue, &tint.table);
+    spec.colour = RowStage{"adjust color", &TintRow, &tint};
   }
-
-  VANTYX_STAGE(Resample("upsampling hlr", m_scaled_hlr, scaled, m_aligned_hlr, frame));
-  if (m_output_mode == 0)
-    return RunStage("copy blur hlr", frame, Split::kRows,
-                    [&](const ProcessRect& s) { return copy_block(aligned_hlr, dst_at_rect, s); });
-
-  if (m_use_tone_mapping) {
-    const uint8_t* lut = m_tone_lut.get();
-    VANTYX_STAGE(RunStage("apply tone-mapping", frame, Split::kRows, [&](const ProcessRect& s) {
-      return lut ? apply_lut_bgr(aligned_src, lut, s, simd) : VX_E_POINTER;
-    }));
-  }
-
-  const int32_t blend_index = BlendIndexForMode(m_blend_mode);
-  VANTYX_STAGE(RunStage("blending hlr to result", m_process_rect, Split::kRows, [&](const ProcessRect& s) {
-    return blend_block(blend_index, aligned_src, aligned_hlr, dst_at_rect, m_blend_opacity, s, simd);
-  }));
-  if (!m_blur_blended) return VX_OK;
-
-  VANTYX_STAGE(RunStage("copy blended image to aligned src", dst_rect, Split::kRows,
-                        [&](const ProcessRect& s) { return copy_block(dst, aligned_src, s); }));
-  const int32_t blend_radius = TruncToInt(2.0f * m_blend_blur_radius * m_scale + 0.5f);
-  VANTYX_STAGE(BoxBlur(m_aligned_src, dst_rect, blend_radius, simd));
-  if (m_output_mode == 1)
-    return RunStage("copy blur hlr", dst_rect, Split::kRows,
-                    [&](const ProcessRect& s) { return copy_block(aligned_src, dst, s); });
-
+  if (m_use_tone_mapping) spec.base[0] = RowStage{"apply tone-mapping", &ToneMapRow, m_tone_lut.get()};
+  spec.blend_index = BlendIndexForMode(m_blend_mode);
+  spec.opacity = m_blend_opacity;
+  spec.blur = m_blur_blended != 0;
+  // The second radius takes m_scale although it blurs full-size rows, and nothing clamps it.
+  spec.blur_radius = TruncToInt(2.0f * m_blend_blur_radius * m_scale + 0.5f);
   const float weight_blur = m_custom_weights ? m_weight_blur : preset.weight_blur;
   const float weight_src = m_custom_weights ? m_weight_src : preset.weight_src;
-  const int32_t w1 = TruncToInt(weight_blur * 65536.0f), w2 = TruncToInt(weight_src * 65536.0f);
-  return RunStage("weighting sum", dst_rect, Split::kRows, [&](const ProcessRect& s) {
-    return weighting_sum(aligned_src, dst, w1, w2, s, simd);
-  });
-}
+  const Weights weights{TruncToInt(weight_blur * 65536.0f), TruncToInt(weight_src * 65536.0f),
+                        cpu.simd_level};
+  spec.weight = WeightStage{"weighting sum", &WeightRow, &weights};
 
-int32_t BlackMistEffect::DetectHighlights() {
-  const ImageView from = ViewOf(m_scaled_src), to = ViewOf(m_scaled_hlr), mask = MaskView();
-  const ImageView* mask_view = HasMask() ? &mask : nullptr;
-  const bool keep = m_keep_saturation != 0;
-  return RunStage("detect hlr", ScaledRect(), Split::kRows, [&](const ProcessRect& s) {
-    return blackmist::detect_highlights_plain(from, to, mask_view, &m_mask_map, m_hlr_threshold, keep, s);
-  });
-}
-
-// "soften hlr": the highlight layer in float through the contrast curve and, for a positive
-// radius, two horizontal and two vertical box blurs (always the plain kernels), back to bytes.
-int32_t BlackMistEffect::SoftenHighlights(int32_t radius, float gain) {
-  const ProcessRect scaled = ScaledRect();
-  const ImageView hlr = ViewOf(m_scaled_hlr), hlr_f = ViewOf(m_scaled_img_f);
-  const int32_t simd = cpu.simd_level;
-  VANTYX_STAGE(RunStage("convert BYTE to Float", scaled, Split::kRows, [&](const ProcessRect& s) {
-    return convert_u8_to_f32(hlr, hlr_f, 1.0f / 255.0f, 0.0f, s, simd);
-  }));
-  VANTYX_STAGE(RunStage("adjust light", scaled, Split::kRows, [&](const ProcessRect& s) {
-    return blackmist::adjust_light_plain(hlr_f, gain, kLightCurve, s);
-  }));
-  if (radius > 0) VANTYX_STAGE(BoxBlur(m_scaled_img_f, scaled, radius, SIMD_NONE));
-  return RunStage("convert Float to BYTE", scaled, Split::kRows, [&](const ProcessRect& s) {
-    return convert_f32_to_u8(hlr_f, hlr, 255.0f, 0.0f, s, simd);
-  });
-}
-
-// Two horizontal passes, then two vertical ones: close to a gaussian.
-int32_t BlackMistEffect::BoxBlur(SmartBuffer& image, const ProcessRect& rect, int32_t radius,
-                                 int32_t simd_level) {
-  const ImageView view = ViewOf(image);
-  for (int pass = 0; pass < 2; ++pass)
-    VANTYX_STAGE(RunStage("BoxBlurH", rect, Split::kRows, [&](const ProcessRect& s) {
-      return box_blur_rows(view, nullptr, radius, s, simd_level);
-    }));
-  for (int pass = 0; pass < 2; ++pass)
-    VANTYX_STAGE(RunStage("BoxBlurV", rect, Split::kColumns, [&](const ProcessRect& s) {
-      return box_blur_cols(view, nullptr, radius, s, simd_level);
-    }));
-  return VX_OK;
-}
-
-int32_t BlackMistEffect::Resample(const char* stage, const SmartBuffer& from,
-                                  const ProcessRect& from_rect, SmartBuffer& to,
-                                  const ProcessRect& to_rect) {
-  const ImageView src = ViewOf(from), dst = ViewOf(to);
-  const int32_t simd = cpu.simd_level;
-  return RunStage(stage, to_rect, Split::kRows, [&](const ProcessRect& s) {
-    return resample_bilinear(src, dst, from_rect, s, simd);
-  }, resample_kernel_name(src, dst, simd));
+  const int32_t rc = RunGlow(spec);
+  if (rc < 0) LogStageFailure("total process", rc);
+  return rc < 0 ? rc : VX_OK;
 }
 
 int32_t NewBlackMistEffect(CThreadPool* pool, const CpuInfo& cpu, BlackMistFull** out) {

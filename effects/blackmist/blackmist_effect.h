@@ -6,13 +6,12 @@
 #include <cstdint>
 #include <memory>
 
-#include "core/effect_base.h"
-#include "effects/blackmist/blackmist_kernels.h"
+#include "effects/common/glow_effect.h"
 #include "vantyx.h"
 
 namespace Vantyx {
 
-class BlackMistEffect final : public BlackMistFull, public EffectBase {
+class BlackMistEffect final : public BlackMistFull, public GlowEffect {
  public:
   explicit BlackMistEffect(CThreadPool* pool);
   ~BlackMistEffect();
@@ -34,22 +33,8 @@ class BlackMistEffect final : public BlackMistFull, public EffectBase {
 
   int32_t CheckParameters(float intensity, float radius, uint32_t threshold) const;
   int32_t Run();  // the pipeline; logs "total process" on failure
-  int32_t Pipeline();
-  int32_t DetectHighlights();
-  int32_t SoftenHighlights(int32_t radius, float gain);
-  int32_t BoxBlur(SmartBuffer& image, const ProcessRect& rect, int32_t radius, int32_t simd_level);
-  int32_t Resample(const char* stage, const SmartBuffer& from, const ProcessRect& from_rect,
-                   SmartBuffer& to, const ProcessRect& to_rect);
 
-  // Working images, created in this order by SetImageSize.
-  SmartBuffer m_scaled_hlr;
-  SmartBuffer m_scaled_src;
-  SmartBuffer m_aligned_hlr;
-  SmartBuffer m_aligned_src;
-  SmartBuffer m_scaled_img_f;
-  SmartBuffer m_img_f;
   std::unique_ptr<uint8_t[]> m_tone_lut;
-  blackmist::MaskMap m_mask_map;
 
   float m_light_intensity = 0.0f;
   float m_soft_radius = 0.0f;

@@ -1,5 +1,5 @@
 // The Infrared kernels, SSE4.1 form: four pixels per step, one pixel per 32-bit lane, with the
-// plain arithmetic lane by lane (the HSV helpers of imageops/colour_sse41.h, the same float
+// plain arithmetic lane by lane (the HSV helpers of imageops/hsv_sse41.h, the same float
 // operations in the same order). The tails run the plain per-pixel code.
 #include <smmintrin.h>
 
@@ -8,13 +8,13 @@
 #include "effects/common/pixel_loops_sse41.h"
 #include "effects/infrared/infrared_kernels.h"
 #include "effects/infrared/infrared_kernels_internal.h"
-#include "imageops/colour_sse41.h"
+#include "imageops/hsv_sse41.h"
 #include "vantyx.h"
 
 namespace Vantyx {
 namespace infrared {
 
-using colour_sse41::Set;
+using hsv_sse41::Set;
 using pixel_loops::Channel;
 using pixel_loops::EachQuad;
 using pixel_loops::Pack;
@@ -42,6 +42,13 @@ inline __m128 Distance(const int32_t* p, __m128i r, __m128i g, __m128i b) {
   return _mm_add_ps(_mm_add_ps(red, green), blue);
 }
 
+// The shared RgbToHsv with the plain helper's hue -1 for a grey (saturation 0 exactly then):
+// the band tests and the hue shift read it.
+inline void RgbToHsv(__m128i r, __m128i g, __m128i b, __m128i* hue, __m128i* sat, __m128i* mx) {
+  hsv_sse41::RgbToHsv(r, g, b, hue, sat, mx);
+  *hue = _mm_or_si128(*hue, _mm_cmpeq_epi32(*sat, _mm_setzero_si128()));
+}
+
 // Lanes whose hue lies in the band.
 inline __m128i InBand(__m128i h, const HueBand& band) {
   const __m128i from = _mm_cmpgt_epi32(h, Set(band.h1 - 1)), to = _mm_cmplt_epi32(h, Set(band.h2 + 1));
@@ -61,8 +68,8 @@ int32_t extract_hue_band_sse41(const ImageView& src, const ImageView& dst, const
       src, src, dst, strip,
       [&](__m128i v, __m128i) {
         const __m128i r = Channel(v, 2), g = Channel(v, 1), b = Channel(v, 0);
-        __m128i h, sat, value;
-        colour_sse41::RgbToHsv(r, g, b, &h, &sat, &value);
+        __m128i h, sat, mx;
+        RgbToHsv(r, g, b, &h, &sat, &mx);
         const __m128i inside = InBand(h, band);
         if (_mm_movemask_epi8(inside) == 0xFFFF) return v;
         const __m128 dist = _mm_min_ps(Distance(band.p1, r, g, b), Distance(band.p2, r, g, b));
@@ -71,7 +78,7 @@ int32_t extract_hue_band_sse41(const ImageView& src, const ImageView& dst, const
         const __m128i kept =
             _mm_and_si128(_mm_castps_si128(_mm_cmpge_ps(scaled, one)), _mm_cvttps_epi32(scaled));
         __m128i r2, g2, b2;
-        colour_sse41::HsvToRgb(h, kept, value, &r2, &g2, &b2);
+        hsv_sse41::HsvToRgb(h, kept, mx, &r2, &g2, &b2);
         const __m128i out = _mm_or_si128(Pack(b2, g2, r2, _mm_setzero_si128()), _mm_and_si128(v, alpha));
         return _mm_blendv_epi8(out, v, inside);
       },
@@ -121,15 +128,16 @@ int32_t adjust_hsv_sse41(const ImageView& img, const HsvShift& shift, const Proc
       [&](__m128i v, __m128i) {
         // Black stays black (V = 0), which most pixels are after the low saturation went.
         if (_mm_testz_si128(v, colour)) return v;
-        __m128i h, s, value;
-        colour_sse41::RgbToHsv(Channel(v, 2), Channel(v, 1), Channel(v, 0), &h, &s, &value);
+        __m128i h, s, mx;
+        RgbToHsv(Channel(v, 2), Channel(v, 1), Channel(v, 0), &h, &s, &mx);
+        const __m128i value = _mm_slli_epi32(mx, 7);
         const __m128i v2 = _mm_andnot_si128(
             _mm_cmpeq_epi32(value, zero), _mm_min_epi32(_mm_max_epi32(_mm_add_epi32(value, dv), zero), full));
         const __m128i s2 = _mm_min_epi32(_mm_max_epi32(_mm_add_epi32(s, ds), zero), full);
         __m128i h2 = _mm_cvttps_epi32(_mm_add_ps(_mm_mul_ps(_mm_cvtepi32_ps(h), quarter), dh));
         h2 = _mm_sub_epi32(h2, _mm_and_si128(_mm_cmpgt_epi32(h2, Set(35999)), Set(36000)));
         __m128i r, g, b;
-        colour_sse41::HsvToRgb(h2, s2, v2, &r, &g, &b);
+        hsv_sse41::HsvToRgbOfValue(h2, s2, v2, &r, &g, &b);
         return _mm_or_si128(Pack(b, g, r, zero), _mm_andnot_si128(colour, v));
       },
       [&](const uint8_t*, const uint8_t*, uint8_t* p) { detail::AdjustPixel(p, shift); });

@@ -283,6 +283,13 @@ int32_t FindOption(const EffectSpec& effect, const std::string& name) {
   return -1;
 }
 
+int32_t FindChoice(const OptionSpec& option, const std::string& name) {
+  for (int32_t i = 0; option.choices && option.choices[i]; ++i) {
+    if (*option.choices[i] && name == option.choices[i]) return i;  // "" names no value
+  }
+  return -1;
+}
+
 double OptionValue(const FrameContext& frame, const char* name) {
   const int32_t index = FindOption(*frame.effect, name);
   return index < 0 ? 0.0 : (*frame.values)[size_t(index)];

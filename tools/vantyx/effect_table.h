@@ -75,6 +75,8 @@ struct EffectSpec {
 const std::vector<EffectSpec>& Effects();
 const EffectSpec* FindEffect(const std::string& name);
 int32_t FindOption(const EffectSpec& effect, const std::string& name);  // index or -1
+// The value a choice name stands for, or -1 (also for an option without names).
+int32_t FindChoice(const OptionSpec& option, const std::string& name);
 
 // The option's upper bound for a frame, and the full list of values once defaults are filled in.
 double OptionMax(const OptionSpec& option, const FrameContext& frame);

@@ -45,13 +45,10 @@ std::string OptionError(const std::string& name, const std::string& text,
 
 bool ParseOptionValue(const OptionSpec& option, const std::string& text, double* value,
                       std::string* error) {
-  if (option.choices) {
-    for (int32_t i = 0; option.choices[i]; ++i) {
-      if (*option.choices[i] && text == option.choices[i]) {
-        *value = i;
-        return true;
-      }
-    }
+  const int32_t choice = FindChoice(option, text);
+  if (choice >= 0) {
+    *value = choice;
+    return true;
   }
   if (IsInteger(option.type)) {
     long long v = 0;
@@ -67,10 +64,9 @@ bool ParseOptionValue(const OptionSpec& option, const std::string& text, double*
     *error = OptionError(option.name, text, "is not a number (allowed: " + RangeText(option) + ")");
     return false;
   }
-  // A maximum that depends on the picture is checked once the picture is known.
-  const bool above = option.frame_max ? false : *value > option.max;
-  if (*value < option.min || above) {
-    *error = OptionError(option.name, text, "is out of range (allowed: " + RangeText(option) + ")");
+  const std::string problem = RangeProblem(option, *value);
+  if (!problem.empty()) {
+    *error = OptionError(option.name, text, problem);
     return false;
   }
   return true;
@@ -141,12 +137,6 @@ std::string Placeholder(const OptionSpec& option) {
   return IsInteger(option.type) ? "N" : "X";
 }
 
-std::string DefaultText(const OptionSpec& option) {
-  if (option.default_text) return option.default_text;
-  if (option.choices) return option.choices[int32_t(option.default_value)];
-  return Number(option.default_value);
-}
-
 void AppendOptionLine(const OptionSpec& option, std::string* out) {
   std::string head = "  --" + std::string(option.name) + " " + Placeholder(option);
   if (head.size() < 34) head.resize(34, ' ');
@@ -156,6 +146,19 @@ void AppendOptionLine(const OptionSpec& option, std::string* out) {
 }
 
 }  // namespace
+
+std::string DefaultText(const OptionSpec& option) {
+  if (option.default_text) return option.default_text;
+  if (option.choices) return option.choices[int32_t(option.default_value)];
+  return Number(option.default_value);
+}
+
+std::string RangeProblem(const OptionSpec& option, double value) {
+  // A maximum that depends on the picture is checked once the picture is known.
+  const bool above = option.frame_max ? false : value > option.max;
+  if (value < option.min || above) return "is out of range (allowed: " + RangeText(option) + ")";
+  return std::string();
+}
 
 std::string RangeText(const OptionSpec& option) {
   std::string range;
@@ -293,8 +296,8 @@ bool ParseApply(const std::vector<std::string>& args, ApplyRequest* request, std
   return true;
 }
 
-bool SettingsForFrame(const ApplyRequest& request, int32_t width, int32_t height,
-                      FrameSettings* settings, std::string* error) {
+bool CheckForFrame(const ApplyRequest& request, int32_t width, int32_t height,
+                   FrameSettings* settings, FrameProblem* problem) {
   const EffectSpec& effect = *request.effect;
   settings->values = ResolveValues(effect, request.given, request.values, width, height);
   settings->full_call = request.full_call;
@@ -308,21 +311,17 @@ bool SettingsForFrame(const ApplyRequest& request, int32_t width, int32_t height
     const double value = option.type == FieldType::kF32 ? double(float(request.values[i]))
                                                         : request.values[i];
     if (value > max) {
-      *error = OptionError(option.name, request.texts[i],
-                           "is out of range (allowed: " + Number(option.min) + ".." +
-                               Number(max) + ", that is " + option.max_text + " for a " + size +
-                               " picture)");
+      problem->option = int32_t(i);
+      problem->what = "is out of range (allowed: " + Number(option.min) + ".." + Number(max) +
+                      ", that is " + option.max_text + " for a " + size + " picture)";
       return false;
     }
   }
   if (request.has_rect) {
     if (request.rect.right > uint32_t(width) || request.rect.bottom > uint32_t(height)) {
-      char text[96];
-      std::snprintf(text, sizeof(text), "%u,%u,%u,%u", request.rect.left, request.rect.top,
-                    request.rect.right, request.rect.bottom);
-      *error = std::string("option --rect: value '") + text + "' does not fit the " + size +
-               " picture (allowed: right <= " + std::to_string(width) +
-               ", bottom <= " + std::to_string(height) + ")";
+      problem->option = -1;
+      problem->what = "does not fit the " + size + " picture (allowed: right <= " +
+                      std::to_string(width) + ", bottom <= " + std::to_string(height) + ")";
       return false;
     }
     settings->rect = request.rect;
@@ -330,6 +329,22 @@ bool SettingsForFrame(const ApplyRequest& request, int32_t width, int32_t height
     settings->rect = Rect{0, 0, uint32_t(width), uint32_t(height)};
   }
   return true;
+}
+
+bool SettingsForFrame(const ApplyRequest& request, int32_t width, int32_t height,
+                      FrameSettings* settings, std::string* error) {
+  FrameProblem problem;
+  if (CheckForFrame(request, width, height, settings, &problem)) return true;
+  if (problem.option >= 0) {
+    *error = OptionError(request.effect->options[problem.option].name,
+                         request.texts[size_t(problem.option)], problem.what);
+  } else {
+    char text[96];
+    std::snprintf(text, sizeof(text), "%u,%u,%u,%u", request.rect.left, request.rect.top,
+                  request.rect.right, request.rect.bottom);
+    *error = OptionError("rect", text, problem.what);
+  }
+  return false;
 }
 
 std::string ApplyHelp(const EffectSpec* effect) {

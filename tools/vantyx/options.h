@@ -37,13 +37,28 @@ struct ApplyRequest {
 // value and what is allowed.
 bool ParseApply(const std::vector<std::string>& args, ApplyRequest* request, std::string* error);
 
+// What is wrong with a value, in words every host can put after its own name for the option
+// ("is out of range (allowed: 0..2)"), or empty. A maximum that depends on the picture is left
+// for CheckForFrame.
+std::string RangeProblem(const OptionSpec& option, double value);
+
 // The settings for a frame of this size: defaults filled in, then the checks that need the
-// frame (maxima that depend on the picture, the rectangle inside the frame).
+// frame (maxima that depend on the picture, the rectangle inside the frame). On failure,
+// `problem` names the option (its index, or -1 for the rectangle) and what is wrong with it.
+struct FrameProblem {
+  int32_t option = -1;
+  std::string what;
+};
+bool CheckForFrame(const ApplyRequest& request, int32_t width, int32_t height,
+                   FrameSettings* settings, FrameProblem* problem);
+// The same with the message in the command line's words.
 bool SettingsForFrame(const ApplyRequest& request, int32_t width, int32_t height,
                       FrameSettings* settings, std::string* error);
 
 // "0..2", "0 or more", "0..max(w,h)/8", "off/on", ...
 std::string RangeText(const OptionSpec& option);
+// "1", "max(w,h)/32", "on", ...
+std::string DefaultText(const OptionSpec& option);
 
 // `vantyx apply --help` (effect null) or `vantyx apply EFFECT --help`.
 std::string ApplyHelp(const EffectSpec* effect);

@@ -32,13 +32,13 @@ void WriteField(std::vector<uint8_t>* record, int32_t offset, FieldType type, do
   }
 }
 
-Vantyx::ImageDesc Desc(const void* data, uint32_t width, uint32_t height, uint32_t channels,
-                       uint32_t format) {
+Vantyx::ImageDesc Desc(const void* data, uint32_t width, uint32_t height, uint32_t stride,
+                       uint32_t channels, uint32_t format) {
   Vantyx::ImageDesc desc{};
   desc.data = const_cast<void*>(data);
   desc.width = width;
   desc.height = height;
-  desc.stride = width * channels;
+  desc.stride = stride;
   desc.channels = channels;
   desc.format = format;
   return desc;
@@ -46,19 +46,21 @@ Vantyx::ImageDesc Desc(const void* data, uint32_t width, uint32_t height, uint32
 
 }  // namespace
 
-std::string DescribeResult(int32_t code) {
-  const char* meaning = "unknown error";
+const char* ResultMeaning(int32_t code) {
   switch (code) {
-    case Vantyx::VX_OK: meaning = "success"; break;
-    case Vantyx::VX_E_NOTIMPL: meaning = "not implemented / unsupported"; break;
-    case Vantyx::VX_E_POINTER: meaning = "null pointer"; break;
-    case Vantyx::VX_E_FAIL: meaning = "failed"; break;
-    case Vantyx::VX_E_OUTOFMEMORY: meaning = "out of memory"; break;
-    case Vantyx::VX_E_INVALIDARG: meaning = "invalid argument"; break;
-    default: break;
+    case Vantyx::VX_OK: return "success";
+    case Vantyx::VX_E_NOTIMPL: return "not implemented / unsupported";
+    case Vantyx::VX_E_POINTER: return "null pointer";
+    case Vantyx::VX_E_FAIL: return "failed";
+    case Vantyx::VX_E_OUTOFMEMORY: return "out of memory";
+    case Vantyx::VX_E_INVALIDARG: return "invalid argument";
+    default: return "unknown error";
   }
+}
+
+std::string DescribeResult(int32_t code) {
   char text[96];
-  std::snprintf(text, sizeof(text), "0x%08" PRIx32 " %s", uint32_t(code), meaning);
+  std::snprintf(text, sizeof(text), "0x%08" PRIx32 " %s", uint32_t(code), ResultMeaning(code));
   return text;
 }
 
@@ -110,27 +112,43 @@ bool EffectRunner::SetImageSize(int32_t width, int32_t height, std::string* erro
   return true;
 }
 
+int32_t RenderFrame(const EffectSpec& effect, void* instance, int32_t width, int32_t height,
+                    const FrameSettings& settings, const FrameImages& images,
+                    std::vector<uint8_t>* record) {
+  *record = BuildParamRecord(effect, settings);
+  const uint32_t w = uint32_t(width), h = uint32_t(height);
+  const Vantyx::ImageDesc views[3] = {
+      Desc(images.src, w, h, images.src_stride, 4, Vantyx::PIXEL_BGRA32),
+      images.mask ? Desc(images.mask, w, h, images.mask_stride, 1, Vantyx::PIXEL_GRAY8)
+                  : Vantyx::ImageDesc{},
+      Desc(images.dst, settings.rect.Width(), settings.rect.Height(), images.dst_stride, 4,
+           Vantyx::PIXEL_BGRA32)};
+  std::memcpy(record->data(), views, sizeof(views));
+  const Vantyx::ProcessRect rect{settings.rect.left, settings.rect.top, settings.rect.right,
+                                 settings.rect.bottom};
+  std::memcpy(record->data() + (settings.full_call ? effect.full_rect_offset
+                                                   : effect.basic_rect_offset),
+              &rect, sizeof(rect));
+  return settings.full_call ? effect.process_full(instance, record->data())
+                            : effect.process(instance, record->data());
+}
+
 bool EffectRunner::Render(const FrameSettings& settings, const uint8_t* src,
                           const uint8_t* mask, uint8_t* dst, std::string* error) {
-  m_record = BuildParamRecord(*m_effect, settings);
-  const uint32_t w = uint32_t(m_width), h = uint32_t(m_height);
   const size_t row_bytes = size_t(settings.rect.Width()) * 4;
   for (uint32_t y = settings.rect.top; y < settings.rect.bottom; ++y) {
     std::memcpy(dst + size_t(y - settings.rect.top) * row_bytes,
-                src + (size_t(y) * w + settings.rect.left) * 4, row_bytes);
+                src + (size_t(y) * uint32_t(m_width) + settings.rect.left) * 4, row_bytes);
   }
-  const Vantyx::ImageDesc views[3] = {
-      Desc(src, w, h, 4, Vantyx::PIXEL_BGRA32),
-      mask ? Desc(mask, w, h, 1, Vantyx::PIXEL_GRAY8) : Vantyx::ImageDesc{},
-      Desc(dst, settings.rect.Width(), settings.rect.Height(), 4, Vantyx::PIXEL_BGRA32)};
-  std::memcpy(m_record.data(), views, sizeof(views));
-  const Vantyx::ProcessRect rect{settings.rect.left, settings.rect.top, settings.rect.right,
-                                 settings.rect.bottom};
-  std::memcpy(m_record.data() + (settings.full_call ? m_effect->full_rect_offset
-                                                    : m_effect->basic_rect_offset),
-              &rect, sizeof(rect));
-  const int32_t rc = settings.full_call ? m_effect->process_full(m_instance, m_record.data())
-                                        : m_effect->process(m_instance, m_record.data());
+  FrameImages images;
+  images.src = src;
+  images.src_stride = uint32_t(m_width) * 4;
+  images.mask = mask;
+  images.mask_stride = uint32_t(m_width);
+  images.dst = dst;
+  images.dst_stride = settings.rect.Width() * 4;
+  const int32_t rc = RenderFrame(*m_effect, m_instance, m_width, m_height, settings, images,
+                                 &m_record);
   if (rc < 0) {
     *error = std::string(m_effect->title) + (settings.full_call ? " full call" : " call") +
              " failed: " + DescribeResult(rc);

@@ -14,6 +14,8 @@ class VantyxEngine;
 
 namespace VantyxTool {
 
+// "invalid argument" and the like; DescribeResult puts the code in front.
+const char* ResultMeaning(int32_t code);
 // "0x80070057 invalid argument" and the like, for messages.
 std::string DescribeResult(int32_t code);
 
@@ -37,6 +39,23 @@ struct FrameSettings {
 // Bytes of the basic or full record with every option and fixed field written at its offset;
 // the three image views and the rectangle are left for BuildFrameRecord.
 std::vector<uint8_t> BuildParamRecord(const EffectSpec& effect, const FrameSettings& settings);
+
+// A frame's images in caller memory, rows `stride` bytes apart: src and mask (null for none)
+// at the frame size, dst at the rectangle's size.
+struct FrameImages {
+  const uint8_t* src = nullptr;
+  uint32_t src_stride = 0;
+  const uint8_t* mask = nullptr;
+  uint32_t mask_stride = 0;
+  uint8_t* dst = nullptr;
+  uint32_t dst_stride = 0;
+};
+
+// One basic or full call on an effect whose size is already set to width x height, into dst as
+// it stands. `record` is scratch for the parameter record. Returns the effect's result code.
+int32_t RenderFrame(const EffectSpec& effect, void* instance, int32_t width, int32_t height,
+                    const FrameSettings& settings, const FrameImages& images,
+                    std::vector<uint8_t>* record);
 
 class EffectRunner {
  public:
