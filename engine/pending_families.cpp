@@ -7,9 +7,6 @@ namespace {
 constexpr int32_t kNotImpl = static_cast<int32_t>(0x80004001u);
 }  // namespace
 
-// --- Infrared (type 3) --------------------------------------------------------------------
-int32_t NewInfraredEffect(CThreadPool*, const CpuInfo&, InfraredFull**) { return kNotImpl; }
-
 // --- Amberfade (type 4) -------------------------------------------------------------------
 int32_t NewAmberfadeEffect(CThreadPool*, const CpuInfo&, AmberfadeFull**) { return kNotImpl; }
 
