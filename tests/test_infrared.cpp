@@ -65,6 +65,8 @@ TEST(InfraredKernels, BandSetUpByHand) {
                                     row.p1[2], row.p2[0], row.p2[1], row.p2[2]}))
         << row.start << " + " << row.range;
   }
+  const int32_t longest[] = {1, 349, 350, 2239, 2240, 4000}, radius[] = {1, 1, 6, 6, 7, 12};
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(BlurRadius(longest[i]), radius[i]) << longest[i];
 }
 
 // One row per rule, on 5 x 1 images of one pixel (four through the fast loop, one through its

@@ -154,9 +154,7 @@ int32_t InfraredEffect::Pipeline() {
   const infrared::HueBand band = infrared::MakeHueBand(m_hue_start, m_hue_range, m_hue_tolerance);
   const infrared::HsvShift shift = infrared::MakeHsvShift(m_hue_shift, m_saturation, m_luminance);
   const float threshold = m_saturation_threshold;
-  // The box blur's radius from the larger side of the half-size buffer.
-  const int32_t longest = std::max(m_scaled_img_w, m_scaled_img_h);
-  const int32_t radius = longest < 350 ? 1 : std::max(6, longest / 320);
+  const int32_t radius = infrared::BlurRadius(std::max(m_scaled_img_w, m_scaled_img_h));
   using namespace infrared;  // NOLINT(build/namespaces): the family's own kernels
   using Strip = const ProcessRect&;
 

@@ -1,5 +1,6 @@
 // The Infrared kernels: the band and shift set-up, plain forms and the choosers.
 #include "effects/infrared/infrared_kernels.h"
+#include <algorithm>
 
 #include <cmath>
 
@@ -33,6 +34,8 @@ HsvShift MakeHsvShift(float hue_shift, float saturation, float luminance) {
   shift.value = static_cast<int32_t>(luminance * 32640.0f);
   return shift;
 }
+
+int32_t BlurRadius(int32_t longest) { return longest < 350 ? 1 : std::max(6, longest / 320); }
 
 int32_t extract_hue_band_plain(const ImageView& src, const ImageView& dst, const HueBand& band,
                                const ProcessRect& strip) {

@@ -31,6 +31,10 @@ struct HsvShift {
 };
 HsvShift MakeHsvShift(float hue_shift, float saturation, float luminance);
 
+// The foreground blur's radius from the larger side of the half-size buffer: 1 below 350,
+// else max(6, longest / 320).
+int32_t BlurRadius(int32_t longest);
+
 // "extract certain range of hue pixel": a pixel whose hue lies in the band is copied; any other
 // keeps its hue and value and has its saturation S scaled by 1 - q, q = trunc(d) / K with d the
 // smaller redmean distance (squared, in float) to the two limit colours: 0 where (1 - q) S < 1.
