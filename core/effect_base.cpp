@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 
+#include "imageops/box_blur.h"
 #include "imageops/resample.h"
 
 namespace Vantyx {
@@ -132,6 +133,19 @@ int32_t EffectBase::ResampleStage(const char* name, const ImageView& from, const
   return RunStage(name, to_rect, Split::kRows, [&](const ProcessRect& s) {
     return resample_bilinear(from, to, from_rect, s, simd);
   }, kernel_name);
+}
+
+int32_t EffectBase::BoxBlur(const ImageView& image, const ProcessRect& rect, int32_t radius,
+                            int32_t simd_level) {
+  for (int pass = 0; pass < 2; ++pass)
+    VANTYX_STAGE(RunStage("BoxBlurH", rect, Split::kRows, [&](const ProcessRect& s) {
+      return box_blur_rows(image, nullptr, radius, s, simd_level);
+    }));
+  for (int pass = 0; pass < 2; ++pass)
+    VANTYX_STAGE(RunStage("BoxBlurV", rect, Split::kColumns, [&](const ProcessRect& s) {
+      return box_blur_cols(image, nullptr, radius, s, simd_level);
+    }));
+  return VX_OK;
 }
 
 }  // namespace Vantyx

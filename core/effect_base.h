@@ -109,6 +109,11 @@ class EffectBase {
   int32_t ResampleStage(const char* name, const ImageView& from, const ImageView& to,
                         const char* kernel_name);
 
+  // Two horizontal box blur passes ("BoxBlurH", strips of rows), then two vertical ones
+  // ("BoxBlurV", strips of columns), in place over `rect`: close to a gaussian.
+  int32_t BoxBlur(const ImageView& image, const ProcessRect& rect, int32_t radius,
+                  int32_t simd_level);
+
   CpuInfo cpu{1, 0, 0};
   BlockSegmenter m_segmenter;
   int32_t m_img_w = 0;

@@ -16,6 +16,15 @@ int32_t NewHalationEffect(CThreadPool* pool, const CpuInfo& cpu, HalationFull** 
 int32_t NewInfraredEffect(CThreadPool* pool, const CpuInfo& cpu, InfraredFull** out);
 int32_t NewAmberfadeEffect(CThreadPool* pool, const CpuInfo& cpu, AmberfadeFull** out);
 
+// The usual body of those functions: E constructed on the pool with the processor information.
+template <class E, class Full>
+int32_t NewEffect(CThreadPool* pool, const CpuInfo& cpu, Full** out) {
+  E* effect = new E(pool);
+  effect->SetCpuInfo(&cpu);
+  *out = effect;
+  return 0;
+}
+
 // Destroys an effect or engine through its interface's slot 0.
 template <class T>
 void DestroyThroughInterface(T* object) {

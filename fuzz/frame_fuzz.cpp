@@ -1,7 +1,7 @@
 // Frame-record fuzzer: whatever a host hands the engine, it answers with a documented code,
 // never reads or writes outside the images it was given, and never changes its inputs.
 //
-// Each input drives one BlackMist, Halation or Amberfade effect (the header says which) of a long-lived
+// Each input drives one BlackMist, Halation, Infrared or Amberfade effect (the header says which) of a long-lived
 // engine through SetImageSize, Process, ProcessFull, Reset, re-creation and engine misuse in the
 // order the bytes say (format in fuzz_input.h). Images are allocated to exactly stride x height bytes, so AddressSanitizer
 // sees any stray access; on top of that the target checks:
@@ -24,6 +24,7 @@
 #include "effects/amberfade/amberfade_effect.h"
 #include "effects/blackmist/blackmist_effect.h"
 #include "effects/halation/halation_effect.h"
+#include "effects/infrared/infrared_effect.h"
 #include "engine/engine_imp.h"
 #include "fuzz/fuzz_input.h"
 #include "vantyx.h"
@@ -207,6 +208,19 @@ int32_t ExpectedHalationParams(const HalationParamsEx& p, bool full) {
   return kOk;
 }
 
+// Infrared's record checks after the frame's: the field ranges (a NaN is out of every range),
+// then the blend mode of the full call.
+int32_t ExpectedInfraredParams(const InfraredParamsEx& p, bool full) {
+  auto in = [](float v, float lo, float hi) { return v >= lo && v <= hi; };
+  if (p.opacity > 255 || p.hue_tolerance > 360 || !in(p.hue_shift, 0, 1) ||
+      !in(p.saturation, -1, 1) || !in(p.luminance, -1, 1))
+    return kInvalidArg;
+  if (full && (!in(p.hue_range, 0, 1) || !in(p.hue_start, 0, 1) ||
+               !in(p.saturation_threshold, 0, 1) || p.blend_mode < 0 || p.blend_mode > 22))
+    return kInvalidArg;
+  return kOk;
+}
+
 // Amberfade's record checks after the frame's: the basic call's three ranges, or the full
 // call's four; then the NaN rule for the full call's unranged floats.
 int32_t ExpectedAmberfadeParams(const Frame& f, const AmberfadeFullParam& p, bool full) {
@@ -230,13 +244,15 @@ int32_t ExpectedSetSize(uint32_t type, int32_t w, int32_t h, uint64_t* allocated
   auto aligned = [](int64_t n) { return n + n % 4; };
   auto scaled = [&](int32_t n) { return aligned(int64_t(float(n) * 0.5f)); };
   const int64_t aw = aligned(w), ah = aligned(h), sw = scaled(w), sh = scaled(h);
-  const std::vector<std::vector<int64_t>> buffers =
+  using Sizes = std::vector<std::vector<int64_t>>;
+  const Sizes buffers =
       type == EFFECT_HALATION
-          ? std::vector<std::vector<int64_t>>{{sw, sh, 4}, {aw, ah, 4}, {aw, ah, 4}, {aw, ah, 4},
-                                              {aw, ah, 4}, {sw, sh, 4}, {sw, sh, 4}, {sw, sh, 4},
-                                              {aw, aw, 4}, {aw, ah, 4}, {aw, ah, 4}, {aw, ah, 4}}
-          : std::vector<std::vector<int64_t>>{{sw, sh, 4}, {sw, sh, 4}, {aw, ah, 4},
-                                              {aw, ah, 4}, {sw, sh, 12}, {aw, ah, 12}};
+          ? Sizes{{sw, sh, 4}, {aw, ah, 4}, {aw, ah, 4}, {aw, ah, 4}, {aw, ah, 4}, {sw, sh, 4},
+                  {sw, sh, 4}, {sw, sh, 4}, {aw, aw, 4}, {aw, ah, 4}, {aw, ah, 4}, {aw, ah, 4}}
+      : type == EFFECT_INFRARED
+          ? Sizes{{aw, ah, 4}, {sw, sh, 4}, {sw, sh, 4}, {sw, sh, 4}, {sw, sh, 4}, {aw, ah, 4},
+                  {aw, ah, 4}, {aw, ah, 4}}
+          : Sizes{{sw, sh, 4}, {sw, sh, 4}, {aw, ah, 4}, {aw, ah, 4}, {sw, sh, 12}, {aw, ah, 12}};
   for (const auto& b : buffers) {
     const uint64_t stride = uint64_t(uint32_t(b[0])) * uint64_t(b[2]);
     const uint64_t total = stride * uint64_t(b[1]);
@@ -257,6 +273,8 @@ struct Call {
   BlackMistFullParam all{};
   HalationParams halation_basic{};
   HalationParamsEx halation_all{};
+  InfraredParams infrared_basic{};
+  InfraredParamsEx infrared_all{};
   AmberfadeParam amberfade_basic{};
   AmberfadeFullParam amberfade_all{};
   bool skip = false;  // legal, but its blur would take longer than a fuzzer run may
@@ -272,6 +290,7 @@ struct Call {
 };
 
 void ReadHalation(Reader& in, const Frame& frame, Call& c);
+void ReadInfrared(Reader& in, const Frame& frame, Call& c);
 void ReadAmberfade(Reader& in, const Frame& frame, Call& c);
 
 Call ReadCall(Reader& in, const Frame& frame, uint32_t type, bool full) {
@@ -304,6 +323,10 @@ Call ReadCall(Reader& in, const Frame& frame, uint32_t type, bool full) {
   c.unsized = frame.w == 0 || frame.h == 0;
   if (type == EFFECT_HALATION) {
     ReadHalation(in, frame, c);
+    return c;
+  }
+  if (type == EFFECT_INFRARED) {
+    ReadInfrared(in, frame, c);
     return c;
   }
   if (type == EFFECT_AMBERFADE) {
@@ -443,7 +466,42 @@ void ReadAmberfade(Reader& in, const Frame& frame, Call& c) {
   if (c.expected == kOk) c.expected = ExpectedAmberfadeParams(frame, p, c.full);
 }
 
+// The Infrared fields after the images and the rectangle; the basic record takes the full
+// one's fields that it has.
+void ReadInfrared(Reader& in, const Frame& frame, Call& c) {
+  InfraredParamsEx& p = c.infrared_all;
+  p.src = c.src.desc;
+  p.mask = c.mask.desc;
+  p.dst = c.dst.desc;
+  p.opacity = vantyx_fuzz::U32FromCode(in.Byte());
+  p.hue_shift = in.Float(0.0f, 1.0f);
+  p.saturation = in.Float(-1.0f, 1.0f);
+  p.luminance = in.Float(-1.0f, 1.0f);
+  const uint8_t tolerance = in.Byte();
+  p.hue_tolerance = tolerance < 200 ? uint32_t(tolerance) * 2u : vantyx_fuzz::U32FromCode(tolerance);
+  p.preset = uint32_t(vantyx_fuzz::I32FromCode(in.Byte()));
+  p.process_rect = c.rect;
+  if (c.full) {
+    p.show_original = uint32_t(in.Byte() % 3);
+    p.hue_range = in.Float(0.0f, 1.0f);
+    p.hue_start = in.Float(0.0f, 1.0f);
+    p.saturation_threshold = in.Float(0.0f, 1.0f);
+    p.flag = in.Raw32();
+    p.blend_mode = int32_t(in.Byte() % 26) - 2;
+    p.debug_view = int32_t(in.Byte() % 15) - 1;
+  }
+  c.infrared_basic = InfraredParams{p.src,       p.mask,          p.dst,    p.opacity,
+                                    p.hue_shift, p.saturation,    p.luminance,
+                                    p.hue_tolerance, p.preset,    p.process_rect};
+  c.expected = ExpectedFrameCode(frame, c.src.desc, c.mask.desc, c.dst.desc, c.rect);
+  if (c.expected == kOk) c.expected = ExpectedInfraredParams(p, c.full);
+}
+
 int32_t Run(void* effect, const Call& c) {
+  if (c.type == EFFECT_INFRARED) {
+    InfraredFull* e = AsInfraredFull(effect);
+    return c.full ? e->ProcessFull(&c.infrared_all) : e->Process(&c.infrared_basic);
+  }
   if (c.type == EFFECT_AMBERFADE) {
     AmberfadeFull* a = AsAmberfadeFull(effect);
     return c.full ? a->ProcessFull(&c.amberfade_all) : a->Process(&c.amberfade_basic);
@@ -517,6 +575,8 @@ struct Session {
     const CpuInfo info{platform::ProcessorCount(), fast && g_has_sse41 ? SIMD_SSE41 : SIMD_NONE, 0};
     if (type == EFFECT_HALATION)
       static_cast<HalationEffect*>(AsHalationFull(handle))->SetCpuInfo(&info);
+    else if (type == EFFECT_INFRARED)
+      static_cast<InfraredEffect*>(AsInfraredFull(handle))->SetCpuInfo(&info);
     else if (type == EFFECT_AMBERFADE)
       static_cast<AmberfadeEffect*>(AsAmberfadeFull(handle))->SetCpuInfo(&info);
     else
@@ -529,15 +589,19 @@ struct Session {
     Expect(rc == kOk && handle == nullptr, "DeleteEffect failed", rc);
   }
   int32_t SetImageSize(int32_t w, int32_t h) {
+    if (type == EFFECT_INFRARED) return AsInfraredFull(handle)->SetImageSize(w, h);
     if (type == EFFECT_AMBERFADE) return AsAmberfadeFull(handle)->SetImageSize(w, h);
     return type == EFFECT_HALATION ? AsHalationFull(handle)->SetImageSize(w, h)
                                    : AsBlackMistFull(handle)->SetImageSize(w, h);
   }
   int32_t Reset() {
+    if (type == EFFECT_INFRARED) return AsInfraredFull(handle)->Reset();
     if (type == EFFECT_AMBERFADE) return AsAmberfadeFull(handle)->Reset();
     return type == EFFECT_HALATION ? AsHalationFull(handle)->Reset() : AsBlackMistFull(handle)->Reset();
   }
   int32_t ProcessNull(bool full) {
+    if (type == EFFECT_INFRARED)
+      return full ? AsInfraredFull(handle)->ProcessFull(nullptr) : AsInfraredFull(handle)->Process(nullptr);
     if (type == EFFECT_AMBERFADE)
       return full ? AsAmberfadeFull(handle)->ProcessFull(nullptr) : AsAmberfadeFull(handle)->Process(nullptr);
     if (type == EFFECT_HALATION)
@@ -631,7 +695,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Session s;
   const uint8_t header = in.Byte();
   s.fast = (header & vantyx_fuzz::kHeaderFast) != 0;
-  s.type = (header & vantyx_fuzz::kHeaderHalation) != 0    ? EFFECT_HALATION
+  s.type = (header & vantyx_fuzz::kHeaderInfrared) != 0    ? EFFECT_INFRARED
+           : (header & vantyx_fuzz::kHeaderHalation) != 0  ? EFFECT_HALATION
            : (header & vantyx_fuzz::kHeaderAmberfade) != 0 ? EFFECT_AMBERFADE
                                                             : EFFECT_BLACKMIST;
   s.Create();

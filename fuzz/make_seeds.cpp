@@ -173,6 +173,51 @@ std::vector<uint8_t> HalationSession(const FrameSeed& f, const HalationSeed& h, 
   return out.bytes;
 }
 
+// An Infrared session: the size, then one call with the images and rectangle of `f` and these
+// fields (the full call's when `full`).
+struct InfraredSeed {
+  uint8_t opacity = 255;
+  float shift = 0.9f, saturation = 0.0f, luminance = 0.0f;
+  uint8_t tolerance_code = 10;  // tolerance 2 x code below 200; 250.. the extremes
+  int32_t preset = 0;           // -3..245
+  bool full = false;
+  uint8_t show_original = 0;
+  float range = 0.35f, start = 0.11388889f, threshold = 0.1f;
+  int32_t blend_mode = 22, view = 9;
+};
+
+std::vector<uint8_t> InfraredSession(const FrameSeed& f, const InfraredSeed& r, bool fast) {
+  Writer out;
+  out.Byte(uint8_t((fast ? vantyx_fuzz::kHeaderFast : 0) | vantyx_fuzz::kHeaderInfrared));
+  SetSize(out, f.w, f.h);
+  out.Byte(r.full ? vantyx_fuzz::kOpProcessFull : vantyx_fuzz::kOpProcess);
+  WriteImage(out, f.src, true);
+  out.Byte(1);  // no mask ...
+  out.Byte(1);  // ... and its other fields zero
+  out.Byte(uint8_t(f.left));
+  out.Byte(uint8_t(f.top));
+  out.Byte(uint8_t(f.right ? f.right : uint32_t(f.w)));
+  out.Byte(uint8_t(f.bottom ? f.bottom : uint32_t(f.h)));
+  out.Byte(1);  // edges as given
+  WriteImage(out, f.dst, true);
+  out.Byte(U32Code(r.opacity));
+  out.FloatRaw(r.shift);
+  out.FloatRaw(r.saturation);
+  out.FloatRaw(r.luminance);
+  out.Byte(r.tolerance_code);
+  out.Byte(uint8_t(r.preset + 3));
+  if (r.full) {
+    out.Byte(r.show_original);
+    out.FloatRaw(r.range);
+    out.FloatRaw(r.start);
+    out.FloatRaw(r.threshold);
+    out.Raw32(1);  // the flag
+    out.Byte(uint8_t(r.blend_mode + 2));
+    out.Byte(uint8_t(r.view + 1));
+  }
+  return out.bytes;
+}
+
 bool WriteFile(const std::string& dir, int index, const std::vector<uint8_t>& bytes) {
   char name[64];
   std::snprintf(name, sizeof name, "/seed-%03d", index);
@@ -436,6 +481,46 @@ int main(int argc, char** argv) {
     f.w = 1, f.h = 6, f.left = f.top = 0, f.right = 1, f.bottom = 6;  // no half size
     h.view = 0, h.gain = 1.0f;
     seeds.push_back(HalationSession(f, h, true));
+  }
+
+  // Infrared: both calls, every view and the original input on landscape and portrait frames,
+  // the presets, the whole circle, the tolerance and float edges, NaN, blend modes.
+  for (int32_t view : {-1, 0, 1, 5, 7, 9, 10, 11, 12, 13}) {
+    FrameSeed f;
+    f.w = view % 2 ? 14 : 9;
+    f.h = view % 2 ? 9 : 15;
+    f.src.fill = uint8_t(3 * view + 40);
+    InfraredSeed r;
+    r.full = true;
+    r.view = view;
+    r.preset = view % 3;
+    r.show_original = uint8_t(view == 7);
+    r.blend_mode = 2 * (view + 1) % 23;
+    r.range = view == 11 ? 1.0f : 0.1f * float(view + 2);
+    seeds.push_back(InfraredSession(f, r, view % 3 != 0));
+  }
+  {
+    FrameSeed f;
+    f.w = 12, f.h = 10;
+    InfraredSeed r;
+    seeds.push_back(InfraredSession(f, r, true));
+    r.preset = 1, r.tolerance_code = 180;  // 360
+    seeds.push_back(InfraredSession(f, r, false));
+    r.preset = 2, r.tolerance_code = 181;  // 362: refused
+    seeds.push_back(InfraredSession(f, r, true));
+    r.tolerance_code = 0, r.shift = 1.0f, r.saturation = -1.0f, r.luminance = 1.0f;
+    seeds.push_back(InfraredSession(f, r, true));
+    r.shift = __builtin_nanf("");
+    seeds.push_back(InfraredSession(f, r, false));
+    r.full = true, r.shift = 0.5f, r.threshold = 1.0001f;
+    seeds.push_back(InfraredSession(f, r, true));
+    r.threshold = 0.0f, r.blend_mode = 23;
+    seeds.push_back(InfraredSession(f, r, true));
+    r.blend_mode = 0, r.start = 0.9f, r.range = 0.2f;  // a band that wraps
+    f.left = 2, f.top = 3, f.right = 9, f.bottom = 7;
+    seeds.push_back(InfraredSession(f, r, false));
+    f.w = 1, f.h = 6, f.left = f.top = 0, f.right = 1, f.bottom = 6;  // no half size
+    seeds.push_back(InfraredSession(f, r, true));
   }
 
   // Amberfade: both calls and both looks, every output mode, gamma, contrast and colour at

@@ -7,7 +7,9 @@
 // effects convert back): the plain (factor 128 m + 16320) / 32640 is floor((factor m + 127.5)
 // / 255), which is floor((factor m + 127) / 255) since factor m is an integer, and factor m <=
 // 32640 x 255. Only (f s + 3000) / 6000 passes 2^23; its float quotient is within 0.01 of the
-// true one, so truncating it is off by at most one, which the remainder corrects.
+// true one, so truncating it is off by at most one, which the remainder corrects. The same
+// correction serves HsvToRgbOfValue, for any value 0..32640 (Infrared moves the value): there
+// the components' (factor v + 16320) / 32640 stays below 2^31 with a quotient below 2^20.
 #pragma once
 
 #include <smmintrin.h>
@@ -27,13 +29,15 @@ inline __m128i Div(__m128i n, __m128i d) {
   return _mm_cvttps_epi32(_mm_div_ps(_mm_cvtepi32_ps(n), _mm_cvtepi32_ps(d)));
 }
 
-// n / 6000 for 0 <= n < 2^31.
-inline __m128i Div6000(__m128i n) {
-  __m128i q = _mm_cvttps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(n), _mm_set1_ps(1.0f / 6000.0f)));
-  const __m128i r = _mm_sub_epi32(n, Mul(q, Set(6000)));
-  q = _mm_add_epi32(q, _mm_cmpgt_epi32(Set(0), r));        // r < 0: one less
-  return _mm_sub_epi32(q, _mm_cmpgt_epi32(r, Set(5999)));  // r >= 6000: one more
+// n / D for 0 <= n < 2^31 and a quotient below 2^20.
+template <int32_t D>
+inline __m128i DivBy(__m128i n) {
+  __m128i q = _mm_cvttps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(n), _mm_set1_ps(1.0f / float(D))));
+  const __m128i r = _mm_sub_epi32(n, Mul(q, Set(D)));
+  q = _mm_add_epi32(q, _mm_cmpgt_epi32(Set(0), r));         // r < 0: one less
+  return _mm_sub_epi32(q, _mm_cmpgt_epi32(r, Set(D - 1)));  // r >= D: one more
 }
+inline __m128i Div6000(__m128i n) { return DivBy<6000>(n); }
 
 // SaturationOfRgb from the largest and smallest channel.
 inline __m128i Saturation(__m128i mx, __m128i mn) {
@@ -65,27 +69,52 @@ inline __m128i Component(__m128i factor, __m128i m) {
   return _mm_srai_epi32(_mm_add_epi32(scaled, Set(64)), 7);
 }
 
-// HsvToRgb of (hue, sat, 128 m) to bytes r, g, b.
-inline void HsvToRgb(__m128i hue, __m128i sat, __m128i m, __m128i* r, __m128i* g, __m128i* b) {
-  const __m128i sector = Div(hue, Set(6000));
-  const __m128i f = _mm_sub_epi32(hue, Mul(sector, Set(6000)));
-  const __m128i p = Component(_mm_sub_epi32(Set(32640), sat), m);
-  const __m128i q = Component(_mm_sub_epi32(Set(32640), Div6000(_mm_add_epi32(Mul(f, sat), Set(3000)))), m);
-  const __m128i t = Component(
-      _mm_sub_epi32(Set(32640), Div6000(_mm_add_epi32(Mul(_mm_sub_epi32(Set(6000), f), sat), Set(3000)))),
-      m);
+// The three component factors of HsvToRgb on the 0..32640 scale: 32640 - s for p, and the
+// factors of q and t; `sector` is hue / 6000.
+inline void Factors(__m128i hue, __m128i sat, __m128i* sector, __m128i* fp, __m128i* fq,
+                    __m128i* ft) {
+  *sector = Div(hue, Set(6000));
+  const __m128i f = _mm_sub_epi32(hue, Mul(*sector, Set(6000)));
+  *fp = _mm_sub_epi32(Set(32640), sat);
+  *fq = _mm_sub_epi32(Set(32640), Div6000(_mm_add_epi32(Mul(f, sat), Set(3000))));
+  *ft = _mm_sub_epi32(Set(32640), Div6000(_mm_add_epi32(Mul(_mm_sub_epi32(Set(6000), f), sat), Set(3000))));
+}
+
+// The channels of sectors 0..5 from the value v and the components p, q, t (bytes), v itself
+// for a grey (saturation 0).
+inline void Sectors(__m128i sector, __m128i sat, __m128i v, __m128i p, __m128i q, __m128i t,
+                    __m128i* r, __m128i* g, __m128i* b) {
   __m128i s[6];
   for (int k = 0; k < 6; ++k) s[k] = _mm_cmpeq_epi32(sector, Set(k));
   // Sectors 0..5: (v, t, p), (q, v, p), (p, v, t), (p, q, v), (t, p, v), (v, p, q).
-  const __m128i nr = Select(_mm_or_si128(s[0], s[5]), m,
+  const __m128i nr = Select(_mm_or_si128(s[0], s[5]), v,
                             Select(s[1], q, Select(_mm_or_si128(s[2], s[3]), p, t)));
-  const __m128i ng = Select(s[0], t, Select(_mm_or_si128(s[1], s[2]), m, Select(s[3], q, p)));
+  const __m128i ng = Select(s[0], t, Select(_mm_or_si128(s[1], s[2]), v, Select(s[3], q, p)));
   const __m128i nb = Select(_mm_or_si128(s[0], s[1]), p,
-                            Select(s[2], t, Select(_mm_or_si128(s[3], s[4]), m, q)));
+                            Select(s[2], t, Select(_mm_or_si128(s[3], s[4]), v, q)));
   const __m128i grey = _mm_cmpeq_epi32(sat, Set(0));  // every channel is the value
-  *r = Select(grey, m, nr);
-  *g = Select(grey, m, ng);
-  *b = Select(grey, m, nb);
+  *r = Select(grey, v, nr);
+  *g = Select(grey, v, ng);
+  *b = Select(grey, v, nb);
+}
+
+// HsvToRgb of (hue, sat, 128 m) to bytes r, g, b.
+inline void HsvToRgb(__m128i hue, __m128i sat, __m128i m, __m128i* r, __m128i* g, __m128i* b) {
+  __m128i sector, fp, fq, ft;
+  Factors(hue, sat, &sector, &fp, &fq, &ft);
+  Sectors(sector, sat, m, Component(fp, m), Component(fq, m), Component(ft, m), r, g, b);
+}
+
+// HsvToRgb of (hue, sat, v) for any value v in 0..32640, to bytes r, g, b.
+inline void HsvToRgbOfValue(__m128i hue, __m128i sat, __m128i v, __m128i* r, __m128i* g,
+                            __m128i* b) {
+  __m128i sector, fp, fq, ft;
+  Factors(hue, sat, &sector, &fp, &fq, &ft);
+  auto byte = [](__m128i c) { return _mm_srai_epi32(_mm_add_epi32(c, Set(64)), 7); };
+  auto component = [&](__m128i factor) {
+    return byte(DivBy<32640>(_mm_add_epi32(Mul(factor, v), Set(16320))));
+  };
+  Sectors(sector, sat, byte(v), component(fp), component(fq), component(ft), r, g, b);
 }
 
 }  // namespace hsv_sse41

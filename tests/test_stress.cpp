@@ -16,6 +16,7 @@
 #include "effects/amberfade/amberfade_effect.h"
 #include "effects/blackmist/blackmist_effect.h"
 #include "effects/halation/halation_effect.h"
+#include "effects/infrared/infrared_effect.h"
 #include "harness.h"
 
 namespace Vantyx {
@@ -135,6 +136,35 @@ FamilyRun HalationFrame(void* handle, test::Draws& d, int32_t w, int32_t h, bool
   return f;
 }
 
+FamilyRun InfraredFrame(void* handle, test::Draws& d, int32_t w, int32_t h, bool reference) {
+  InfraredFull* effect = AsInfraredFull(handle);
+  FamilyRun f;
+  f.src = Image(w, h, PIXEL_BGRA32, d.Int(0, 2) * 4);
+  f.src.FillRandom(uint32_t(d.Int(0, 1 << 30)));
+  ProcessRect r{0, 0, uint32_t(w), uint32_t(h)};
+  if (d.Int(0, 1)) r = {uint32_t(d.Int(0, w - 1)), uint32_t(d.Int(0, h - 1)), uint32_t(w), uint32_t(h)};
+  f.dst = Image(int32_t(r.right - r.left), int32_t(r.bottom - r.top));
+  InfraredParamsEx p{};
+  p.src = f.src.Desc(), p.dst = f.dst.Desc(), p.process_rect = r;
+  p.opacity = uint32_t(d.Int(0, 255)), p.show_original = uint32_t(!reference && d.Int(0, 4) == 0);
+  p.hue_range = d.Float(0, 1), p.hue_start = d.Float(0, 1), p.hue_shift = d.Float(0, 1);
+  p.saturation = d.Float(-1, 1), p.luminance = d.Float(-1, 1), p.saturation_threshold = d.Float(0, 1);
+  p.hue_tolerance = uint32_t(d.Int(0, 360)), p.flag = 1, p.preset = uint32_t(d.Int(0, 2));
+  p.blend_mode = d.Int(0, 22), p.debug_view = reference ? 9 : d.Int(-1, 13);
+  const bool full = reference || d.Int(0, 1);
+  f.run = [effect, p, full, reference] {
+    const InfraredParams b{p.src, p.mask, p.dst, p.opacity, p.hue_shift, p.saturation,
+                           p.luminance, p.hue_tolerance, p.preset, p.process_rect};
+    const int32_t rc = full ? effect->ProcessFull(&p) : effect->Process(&b);
+    return rc != VX_OK || !reference ? rc : effect->Process(&b);
+  };
+  f.refused = [effect, p]() mutable {
+    p.hue_tolerance = 361;
+    return effect->ProcessFull(&p);
+  };
+  return f;
+}
+
 // Amberfade's reference first runs a gamma of 1, so that the gamma after it is built by this
 // object whatever gamma another object built last.
 FamilyRun AmberfadeFrame(void* handle, test::Draws& d, int32_t w, int32_t h, bool reference) {
@@ -176,6 +206,8 @@ FamilyRun AmberfadeFrame(void* handle, test::Draws& d, int32_t w, int32_t h, boo
 const OtherFamily kOtherFamilies[] = {
     {EFFECT_HALATION, [](void* e, int32_t w, int32_t h) { return AsHalationFull(e)->SetImageSize(w, h); },
      HalationFrame},
+    {EFFECT_INFRARED, [](void* e, int32_t w, int32_t h) { return AsInfraredFull(e)->SetImageSize(w, h); },
+     InfraredFrame},
     {EFFECT_AMBERFADE, [](void* e, int32_t w, int32_t h) { return AsAmberfadeFull(e)->SetImageSize(w, h); },
      AmberfadeFrame},
 };

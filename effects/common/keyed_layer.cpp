@@ -1,11 +1,17 @@
 #include "effects/common/keyed_layer.h"
 
 #include "imageops/blend.h"
+#include "imageops/colour.h"
 
 namespace Vantyx {
 
 int32_t KeyedLayerEffect::SlotKernel(int32_t slot) {
   return slot >= 0 && slot < kSlotCount ? BlendIndexForMode(slot) : -1;
+}
+
+void KeyedLayerEffect::BuildMidtoneCurve(uint8_t* table) {
+  const CurvePoint points[] = {{0, 0}, {75, 88}, {160, 180}, {255, 255}};
+  BuildToneCurve(points, 4, table, 256);
 }
 
 int32_t KeyedLayerEffect::Resize(const char* name, const SmartBuffer& from, SmartBuffer& to) {

@@ -16,6 +16,9 @@ class KeyedLayerEffect : public EffectBase {
   static constexpr int32_t kSlotCount = 23;
   // The blend kernel index of slot 0..22 (codes 0..22 of the mode list), -1 otherwise.
   static int32_t SlotKernel(int32_t slot);
+  // The tone curve through (0, 0), (75, 88), (160, 180), (255, 255) into a 256-byte table:
+  // Halation's midtone red, Infrared's background.
+  static void BuildMidtoneCurve(uint8_t* table);
 
  protected:
   explicit KeyedLayerEffect(CThreadPool* pool) : EffectBase(pool, 0.5f) {}

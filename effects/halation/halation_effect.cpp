@@ -13,7 +13,6 @@ namespace Vantyx {
 namespace {
 
 const CurvePoint kCurveB[] = {{0, 0}, {150, 175}, {255, 255}};
-const CurvePoint kCurveC[] = {{0, 0}, {75, 88}, {160, 180}, {255, 255}};
 
 constexpr int32_t kMaxBlurRadius = 4096;
 constexpr uint32_t kPreparedStrength = 50;
@@ -80,7 +79,7 @@ int32_t HalationEffect::SetImageSize(int32_t width, int32_t height) {
 
   BuildCurveA(kPreparedStrength);
   BuildToneCurve(kCurveB, Count(kCurveB), m_curve_b.data(), 256);
-  BuildToneCurve(kCurveC, Count(kCurveC), m_curve_c.data(), 256);
+  BuildMidtoneCurve(m_curve_c.data());
   BuildKernel(m_blur_radius);
   return VX_OK;
 }
@@ -268,10 +267,7 @@ int32_t HalationEffect::ShowChannel(const char* resize_name, const SmartBuffer& 
 }
 
 int32_t NewHalationEffect(CThreadPool* pool, const CpuInfo& cpu, HalationFull** out) {
-  HalationEffect* effect = new HalationEffect(pool);
-  effect->SetCpuInfo(&cpu);
-  *out = effect;
-  return VX_OK;
+  return NewEffect<HalationEffect>(pool, cpu, out);
 }
 
 }  // namespace Vantyx

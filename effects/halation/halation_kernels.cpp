@@ -1,48 +1,14 @@
 // The Halation kernels: plain forms and the choosers.
 #include "effects/halation/halation_kernels.h"
 
+#include "effects/common/pixel_loops.h"
 #include "effects/halation/halation_kernels_internal.h"
 #include "vantyx.h"
 
 namespace Vantyx {
 namespace halation {
 
-namespace detail {
-
-int32_t Prepare(std::initializer_list<const ImageView*> images, const ProcessRect& strip,
-                Area* area) {
-  *area = Area{0, 0, 0, 0};
-  for (const ImageView* v : images)
-    if (!v->data) return VX_E_POINTER;
-  for (const ImageView* v : images)
-    if (v->format != PIXEL_BGRA32) return VX_E_INVALIDARG;
-  Area a = AreaOf(strip);
-  for (const ImageView* v : images) a = Clip(a, *v);
-  *area = a;
-  return VX_OK;
-}
-
-}  // namespace detail
-
-namespace {
-
-// Runs pixel(a, b, d) over the strip; `a` and `b` are only read (they may be `d` itself).
-template <class Pixel>
-int32_t EachPixel(const ImageView& a, const ImageView& b, const ImageView& d,
-                  const ProcessRect& strip, const Pixel& pixel) {
-  Area area;
-  const int32_t rc = detail::Prepare({&a, &b, &d}, strip, &area);
-  if (rc != 0 || area.Empty()) return rc;
-  for (int32_t y = area.top; y < area.bottom; ++y) {
-    const uint8_t* pa = a.At(area.left, y);
-    const uint8_t* pb = b.At(area.left, y);
-    uint8_t* pd = d.At(area.left, y);
-    for (int32_t x = area.left; x < area.right; ++x, pa += 4, pb += 4, pd += 4) pixel(pa, pb, pd);
-  }
-  return VX_OK;
-}
-
-}  // namespace
+using pixel_loops::EachPixel;
 
 int32_t Luma(int32_t b, int32_t g, int32_t r) {
   const uint8_t p[3] = {uint8_t(b), uint8_t(g), uint8_t(r)};

@@ -1,23 +1,16 @@
-// Private to the Halation kernels: the checks and the per-pixel arithmetic that the plain
-// forms run everywhere and the fast forms run on their tails, so both give the same bytes.
+// Private to the Halation kernels: the per-pixel arithmetic that the plain forms run
+// everywhere and the fast forms run on their tails, so both give the same bytes.
 // No intrinsics here. Internal linkage on purpose: the SSE4.1 file is built with -msse4.1, and
 // a shared inline copy emitted there could be the one the linker keeps for the plain forms.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
-#include <initializer_list>
 
-#include "core/image_view.h"
 
 namespace Vantyx {
 namespace halation {
 namespace detail {
-
-// Null image 0x80004003, a format other than BGRA32 0x80070057, else 0 with *area the strip
-// cut to every image.
-int32_t Prepare(std::initializer_list<const ImageView*> images, const ProcessRect& strip,
-                Area* area);
 
 namespace {
 

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "effects/common/pixel_loops_sse41.h"
 #include "effects/halation/halation_kernels.h"
 #include "effects/halation/halation_kernels_internal.h"
 #include "vantyx.h"
@@ -13,22 +14,11 @@
 namespace Vantyx {
 namespace halation {
 
+using pixel_loops::Channel;
+using pixel_loops::EachQuad;
+using pixel_loops::Pack;
+
 namespace {
-
-inline __m128i Load(const uint8_t* p) {
-  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-}
-inline void Store(uint8_t* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
-
-// Byte c of four pixels, one per lane.
-inline __m128i Channel(__m128i v, int c) {
-  return _mm_and_si128(_mm_srli_epi32(v, 8 * c), _mm_set1_epi32(0xFF));
-}
-
-inline __m128i Pack(__m128i b, __m128i g, __m128i r, __m128i a) {
-  return _mm_or_si128(_mm_or_si128(b, _mm_slli_epi32(g, 8)),
-                      _mm_or_si128(_mm_slli_epi32(r, 16), _mm_slli_epi32(a, 24)));
-}
 
 inline __m128i Luma(__m128i v) {
   const __m128i sum =
@@ -41,27 +31,6 @@ inline __m128i Luma(__m128i v) {
 // trunc(c f), 0 below 1 (trunc of anything in (-1, 1) is 0 already).
 inline __m128i Faded(__m128i c, __m128 f) {
   return _mm_max_epi32(_mm_cvttps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(c), f)), _mm_setzero_si128());
-}
-
-// Runs quad(a, b) -> pixels over the strip, four at a time, and tail(pa, pb, pd) per pixel on
-// the rest. `a` and `b` are only read (they may be `d` itself).
-template <class Quad, class Tail>
-int32_t EachQuad(const ImageView& a, const ImageView& b, const ImageView& d,
-                 const ProcessRect& strip, const Quad& quad, const Tail& tail) {
-  Area area;
-  const int32_t rc = detail::Prepare({&a, &b, &d}, strip, &area);
-  if (rc != 0 || area.Empty()) return rc;
-  const int32_t width = area.right - area.left;
-  for (int32_t y = area.top; y < area.bottom; ++y) {
-    const uint8_t* pa = a.At(area.left, y);
-    const uint8_t* pb = b.At(area.left, y);
-    uint8_t* pd = d.At(area.left, y);
-    int32_t x = 0;
-    for (; x + 4 <= width; x += 4, pa += 16, pb += 16, pd += 16)
-      Store(pd, quad(Load(pa), Load(pb)));
-    for (; x < width; ++x, pa += 4, pb += 4, pd += 4) tail(pa, pb, pd);
-  }
-  return VX_OK;
 }
 
 }  // namespace

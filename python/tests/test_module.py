@@ -163,6 +163,8 @@ def test_a_choice_name_stands_for_its_number(effect, engine, frame):
     fx = engine.effect(effect)
     for option, info in fx.options.items():
         for number, name in enumerate(info["choices"]):
+            if not name:  # a number without a name (Infrared's views 2 to 8)
+                continue
             by_name = fx.process(frame, **{option: name})
             assert np.array_equal(by_name, fx.process(frame, **{option: number})), (option, name)
 

@@ -75,6 +75,13 @@ apply_picture)
   run 0 "$tool" apply halation "$rocket" halation.png
   run 0 "$tool" apply halation --debug-view result "$rocket" halation-full.png
   cmp -s halation.png halation-full.png || fail "halation's full call with defaults differs"
+  # Infrared: the full call at the table's defaults matches the basic call, for the presets that
+  # load a band and for one that keeps the band of a new effect.
+  for preset in 0 1 2; do
+    run 0 "$tool" apply infrared --preset $preset "$coffee" infrared.png
+    run 0 "$tool" apply infrared --preset $preset --debug-view result "$coffee" infrared-full.png
+    cmp -s infrared.png infrared-full.png || fail "infrared's full call with preset $preset differs"
+  done
   # Amberfade: in both looks, the full call at the table's defaults matches the basic call.
   for look in cool warm; do
     run 0 "$tool" apply amberfade --look $look --gamma 0.9 "$rocket" amber-$look.png

@@ -166,6 +166,76 @@ const FixedField kHalationFixed[] = {
 #undef HA_BASIC
 #undef HA_FULL
 
+// ---- Infrared --------------------------------------------------------------------------------
+
+using Vantyx::InfraredParams;
+using Vantyx::InfraredParamsEx;
+
+// The band the basic call loads for presets 0 and 1; any other preset keeps the band a new
+// effect starts with. The full call takes these as its defaults, so that it renders what the
+// basic call does.
+struct InfraredBand {
+  float range, start, threshold;
+};
+InfraredBand BandOfPreset(const FrameContext& f) {
+  switch (int32_t(OptionValue(f, "preset"))) {
+    case 0: return {0.35f, 0.11388889f, 0.1f};
+    case 1: return {0.38611111f, 0.15555556f, 0.1f};
+    default: return {0.3f, 0.12f, 0.2f};
+  }
+}
+double InfraredRange(const FrameContext& f) { return double(BandOfPreset(f).range); }
+double InfraredStart(const FrameContext& f) { return double(BandOfPreset(f).start); }
+double InfraredThreshold(const FrameContext& f) { return double(BandOfPreset(f).threshold); }
+
+// The views by their codes; codes without a view ("") deliver the picture unchanged.
+const char* const kInfraredViews[] = {"hue-band", "blurred",    "", "", "", "adjusted", "", "", "",
+                                      "result",   "background", "saturated", "tone-mapped", nullptr};
+
+#define IR_BASIC(field) int32_t(offsetof(InfraredParams, field))
+#define IR_FULL(field) int32_t(offsetof(InfraredParamsEx, field))
+
+const OptionSpec kInfraredOptions[] = {
+    {"opacity", "opacity of the result over the picture", FieldType::kU32, 0, 255, 255, nullptr,
+     nullptr, nullptr, nullptr, nullptr, IR_BASIC(opacity), IR_FULL(opacity)},
+    {"hue-shift", "where the band's colours move to (a fraction of the circle)", FieldType::kF32,
+     0, 1, 0.9, nullptr, nullptr, nullptr, nullptr, nullptr, IR_BASIC(hue_shift),
+     IR_FULL(hue_shift)},
+    {"saturation", "saturation added to the band", FieldType::kF32, -1, 1, 0, nullptr, nullptr,
+     nullptr, nullptr, nullptr, IR_BASIC(saturation), IR_FULL(saturation)},
+    {"luminance", "brightness added to the band", FieldType::kF32, -1, 1, 0, nullptr, nullptr,
+     nullptr, nullptr, nullptr, IR_BASIC(luminance), IR_FULL(luminance)},
+    {"hue-tolerance", "how far from the band colours keep some saturation", FieldType::kU32, 0,
+     360, 20, nullptr, nullptr, nullptr, nullptr, nullptr, IR_BASIC(hue_tolerance),
+     IR_FULL(hue_tolerance)},
+    {"preset", "band preset: 0 or 1 (1 also tone-maps the background), 2 a new effect's band",
+     FieldType::kU32, 0, 2, 0, nullptr, nullptr, nullptr, nullptr, nullptr, IR_BASIC(preset),
+     IR_FULL(preset)},
+    {"hue-start", "lower end of the band (a fraction of the circle)", FieldType::kF32, 0, 1, 0,
+     nullptr, nullptr, InfraredStart, "from --preset (0.11388889 for 0)", nullptr, -1,
+     IR_FULL(hue_start)},
+    {"hue-range", "width of the band (a fraction of the circle; 1 keeps every colour)",
+     FieldType::kF32, 0, 1, 0, nullptr, nullptr, InfraredRange, "from --preset (0.35 for 0)",
+     nullptr, -1, IR_FULL(hue_range)},
+    {"saturation-threshold", "band pixels less saturated than this are dropped", FieldType::kF32,
+     0, 1, 0, nullptr, nullptr, InfraredThreshold, "from --preset (0.1 for 0)", nullptr, -1,
+     IR_FULL(saturation_threshold)},
+    {"show-original", "deliver the picture unchanged", FieldType::kU32, 0, 1, 0, nullptr, nullptr,
+     nullptr, nullptr, kOnOff, -1, IR_FULL(show_original)},
+    {"blend-mode", "how the result is laid over the picture (22 = colour)", FieldType::kI32, 0, 22,
+     22, nullptr, nullptr, nullptr, nullptr, nullptr, -1, IR_FULL(blend_mode)},
+    {"debug-view", "which intermediate is delivered", FieldType::kI32, 0, 12, 9, nullptr, nullptr,
+     nullptr, nullptr, kInfraredViews, -1, IR_FULL(debug_view)},
+};
+
+// Stored by the library and read by no stage; the full call carries the reset value.
+const FixedField kInfraredFixed[] = {
+    {FieldType::kU32, 1, -1, IR_FULL(flag)},
+};
+
+#undef IR_BASIC
+#undef IR_FULL
+
 // ---- Amberfade -------------------------------------------------------------------------------
 
 using Vantyx::AmberfadeFullParam;
@@ -243,6 +313,7 @@ const std::vector<EffectSpec>& Effects() {
   using BlackMistCalls =
       FamilyCalls<Vantyx::BlackMistFull, BlackMistParam, BlackMistFullParam>;
   using HalationCalls = FamilyCalls<Vantyx::HalationFull, HalationParams, HalationParamsEx>;
+  using InfraredCalls = FamilyCalls<Vantyx::InfraredFull, InfraredParams, InfraredParamsEx>;
   using AmberfadeCalls = FamilyCalls<Vantyx::AmberfadeFull, AmberfadeParam, AmberfadeFullParam>;
   static const std::vector<EffectSpec> effects = {
       {"blackmist", "BlackMist",
@@ -256,6 +327,11 @@ const std::vector<EffectSpec>& Effects() {
        offsetof(HalationParams, process_rect), offsetof(HalationParamsEx, process_rect),
        kHalationOptions, Count(kHalationOptions), kHalationFixed, Count(kHalationFixed),
        HalationCalls::SetImageSize, HalationCalls::Process, HalationCalls::ProcessFull},
+      {"infrared", "Infrared", "one hue band recoloured over the rest of the picture",
+       Vantyx::EFFECT_INFRARED, sizeof(InfraredParams), sizeof(InfraredParamsEx),
+       offsetof(InfraredParams, process_rect), offsetof(InfraredParamsEx, process_rect),
+       kInfraredOptions, Count(kInfraredOptions), kInfraredFixed, Count(kInfraredFixed),
+       InfraredCalls::SetImageSize, InfraredCalls::Process, InfraredCalls::ProcessFull},
       {"amberfade", "Amberfade", "a faded film look: soft glow, contrast, gamma and colour",
        Vantyx::EFFECT_AMBERFADE, sizeof(AmberfadeParam), sizeof(AmberfadeFullParam),
        offsetof(AmberfadeParam, process_rect), offsetof(AmberfadeFullParam, process_rect),
@@ -281,7 +357,7 @@ int32_t FindOption(const EffectSpec& effect, const std::string& name) {
 
 int32_t FindChoice(const OptionSpec& option, const std::string& name) {
   for (int32_t i = 0; option.choices && option.choices[i]; ++i) {
-    if (name == option.choices[i]) return i;
+    if (*option.choices[i] && name == option.choices[i]) return i;  // "" names no value
   }
   return -1;
 }

@@ -39,7 +39,7 @@ struct OptionSpec {
   // A default that depends on the picture or on other options (null: default_value holds).
   double (*derive_default)(const FrameContext& frame);
   const char* default_text;
-  const char* const* choices;  // names for the values 0, 1, ... (null-terminated), or null
+  const char* const* choices;  // names for the values 0, 1, ... ("" for none; null-terminated)
   int32_t basic_offset;        // byte offset in the basic record, -1 when absent
   int32_t full_offset;         // byte offset in the full record, -1 when absent
 };

@@ -130,7 +130,8 @@ bool ParseRect(const std::string& text, Rect* rect, std::string* error) {
 std::string Placeholder(const OptionSpec& option) {
   if (option.choices) {
     std::string names;
-    for (int32_t i = 0; option.choices[i]; ++i) names += (i ? "|" : "") + std::string(option.choices[i]);
+    for (int32_t i = 0; option.choices[i]; ++i)
+      if (*option.choices[i]) names += (names.empty() ? "" : "|") + std::string(option.choices[i]);
     return names;
   }
   return IsInteger(option.type) ? "N" : "X";
@@ -171,7 +172,8 @@ std::string RangeText(const OptionSpec& option) {
   if (option.choices) {
     std::string names;
     for (int32_t i = 0; option.choices[i]; ++i) {
-      names += (i ? ", " : "") + std::string(option.choices[i]) + "=" + std::to_string(i);
+      if (!*option.choices[i]) continue;  // a value without a name
+      names += (names.empty() ? "" : ", ") + std::string(option.choices[i]) + "=" + std::to_string(i);
     }
     range += " or " + names;
   }

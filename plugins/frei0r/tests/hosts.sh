@@ -45,6 +45,20 @@ settings() {
                   --blend-mode 28 --output-mode glow"
     refused_size=16x1  # no half size: the engine refuses it
     ;;
+  infrared)
+    # opacity, hue-shift, saturation, luminance, hue-tolerance, preset, blend-mode.
+    ffmpeg_values="0.8|0.6|0.75|0.25|0.5|0.5|0.5"
+    melt_values="opacity=0.8 hue-shift=0.6 saturation=0.75 luminance=0.25 hue-tolerance=0.5
+                 preset=0.5 blend-mode=0.5"
+    tool_options="--opacity 204 --hue-shift 0.6 --saturation 0.5 --luminance -0.5
+                  --hue-tolerance 180 --preset 1 --blend-mode 11"
+    ffmpeg_clamped="5|-2|3|-1|7|2|-4"
+    melt_clamped="opacity=5 hue-shift=-2 saturation=3 luminance=-1 hue-tolerance=7 preset=2
+                  blend-mode=-4"
+    tool_clamped="--opacity 255 --hue-shift 0 --saturation 1 --luminance -1 --hue-tolerance 360
+                  --preset 2 --blend-mode 0"
+    refused_size=16x1
+    ;;
   amberfade)
     ffmpeg_values="0.4|0.5|0.75|n|0.17857142857142858|result|0.125"
     melt_values="intensity=0.4 colour=0.5 gamma=0.75 look=0 blend-mode=0.17857142857142858
