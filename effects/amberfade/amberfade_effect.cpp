@@ -266,10 +266,7 @@ int32_t AmberfadeEffect::Run() {
 }
 
 int32_t NewAmberfadeEffect(CThreadPool* pool, const CpuInfo& cpu, AmberfadeFull** out) {
-  AmberfadeEffect* effect = new AmberfadeEffect(pool);
-  effect->SetCpuInfo(&cpu);
-  *out = effect;
-  return VX_OK;
+  return NewEffect<AmberfadeEffect>(pool, cpu, out);
 }
 
 }  // namespace Vantyx

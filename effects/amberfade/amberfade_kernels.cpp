@@ -4,10 +4,15 @@
 #include <cmath>
 
 #include "core/effect_base.h"
+#include "effects/amberfade/amberfade_kernels_internal.h"
+#include "effects/common/pixel_loops.h"
+#include "imageops/pixel_ops.h"
 #include "vantyx.h"
 
 namespace Vantyx {
 namespace amberfade {
+
+using pixel_loops::EachPixel;
 
 namespace {
 
@@ -28,42 +33,19 @@ void BuildContrastTable(float k, uint8_t table[256]) {
 }
 
 int32_t shift_red_blue(const ImageView& img, int32_t fb16, int32_t fr16, const ProcessRect& strip) {
-  if (!img.data) return VX_E_POINTER;
-  if (img.format != PIXEL_BGRA32) return VX_E_INVALIDARG;
-  const Area a = Clip(AreaOf(strip), img);
-  for (int32_t y = a.top; y < a.bottom; ++y) {
-    uint8_t* p = img.At(a.left, y);
-    for (int32_t x = a.left; x < a.right; ++x, p += 4) {
-      // Factors are unbounded in the full call: 64-bit products, 0 below 0.
-      const int64_t b = int64_t{p[0]} * fb16, r = int64_t{p[2]} * fr16;
-      p[0] = b >= 0xFF0000 ? 255 : ClampByte(b / 65536);
-      p[2] = r >= 0xFF0000 ? 255 : ClampByte(r / 65536);
-    }
-  }
-  return VX_OK;
+  return EachPixel(img, img, img, strip, [&](const uint8_t*, const uint8_t*, uint8_t* p) {
+    // Factors are unbounded in the full call: 64-bit products, 0 below 0.
+    const int64_t b = int64_t{p[0]} * fb16, r = int64_t{p[2]} * fr16;
+    p[0] = b >= 0xFF0000 ? 255 : ClampByte(b / 65536);
+    p[2] = r >= 0xFF0000 ? 255 : ClampByte(r / 65536);
+  });
 }
 
 int32_t apply_gamma_plain(const ImageView& img, const uint32_t* table, const ProcessRect& strip) {
-  if (!img.data || !table) return VX_E_POINTER;
-  if (img.format != PIXEL_BGRA32) return VX_E_INVALIDARG;
-  const Area a = Clip(AreaOf(strip), img);
-  for (int32_t y = a.top; y < a.bottom; ++y) {
-    uint8_t* p = img.At(a.left, y);
-    for (int32_t x = a.left; x < a.right; ++x, p += 4) {
-      const int32_t b = p[0], g = p[1], r = p[2];
-      const int32_t yg = int32_t(table[(b * 7471 + r * 19595 + g * 38470) >> 10]);
-      const int32_t u = (41419 * b - 13959 * r - 27460 * g + 0x800000) >> 8;
-      const int32_t v = ((r + 256) * 32768 - 5308 * b - 27460 * g) >> 8;
-      const int32_t nb = ((((u - 32768) * 2066) >> 10) + yg) >> 8;
-      const int32_t ng = ((u * -400 - v * 833 + 0x2680000) >> 10) + yg;
-      const int32_t nr = ((((v - 32768) * 1634) >> 10) + yg) >> 8;
-      // No upper clamp: a result above 255 keeps its low eight bits.
-      p[0] = uint8_t(nb < 1 ? 0 : nb);
-      p[1] = uint8_t(ng < 256 ? 0 : ng >> 8);
-      p[2] = uint8_t(nr < 1 ? 0 : nr);
-    }
-  }
-  return VX_OK;
+  if (!table) return VX_E_POINTER;
+  return EachPixel(img, img, img, strip, [&](const uint8_t*, const uint8_t*, uint8_t* p) {
+    detail::GammaPixel(p, table);
+  });
 }
 
 void BuildTemperatureTable(float fr, float fg, float fb, TemperatureTable* t) {
@@ -75,26 +57,9 @@ void BuildTemperatureTable(float fr, float fg, float fb, TemperatureTable* t) {
 
 int32_t adjust_temperature_plain(const ImageView& img, const TemperatureTable& t,
                                  const ProcessRect& strip) {
-  if (!img.data) return VX_E_POINTER;
-  if (img.format != PIXEL_BGRA32) return VX_E_INVALIDARG;
-  const auto& scale = t.scaled;
-  const Area a = Clip(AreaOf(strip), img);
-  for (int32_t y = a.top; y < a.bottom; ++y) {
-    uint8_t* p = img.At(a.left, y);
-    for (int32_t x = a.left; x < a.right; ++x, p += 4) {
-      const int32_t y0 = (p[2] * 19660 + p[0] * 7209 + p[1] * 38665) >> 8;
-      const int32_t b = scale[0][p[0]], g = scale[1][p[1]], r = scale[2][p[2]];
-      const int32_t y1 = (r * 19660 + b * 7209 + g * 38665) >> 8;
-      if (y0 != 0 && y1 != 0) {
-        p[0] = uint8_t(std::min(255, b * y0 / y1));
-        p[1] = uint8_t(std::min(255, g * y0 / y1));
-        p[2] = uint8_t(std::min(255, r * y0 / y1));
-      } else {
-        p[0] = uint8_t(b), p[1] = uint8_t(g), p[2] = uint8_t(r);
-      }
-    }
-  }
-  return VX_OK;
+  return EachPixel(img, img, img, strip, [&](const uint8_t*, const uint8_t*, uint8_t* p) {
+    detail::TemperaturePixel(p, t);
+  });
 }
 
 void BuildBlueWeights(float colour, float weight_tint, float weight_result, BlueWeights* w) {
@@ -109,27 +74,9 @@ void BuildBlueWeights(float colour, float weight_tint, float weight_result, Blue
 
 int32_t weight_blue_plain(const ImageView& blurred, const ImageView& dst, const BlueWeights& w,
                           const ProcessRect& strip) {
-  if (!blurred.data || !dst.data) return VX_E_POINTER;
-  if (blurred.format != PIXEL_BGRA32 || dst.format != PIXEL_BGRA32) return VX_E_INVALIDARG;
-  const Area a = Clip(Clip(AreaOf(strip), blurred), dst);
-  for (int32_t y = a.top; y < a.bottom; ++y) {
-    uint8_t* p = blurred.At(a.left, y);
-    uint8_t* d = dst.At(a.left, y);
-    for (int32_t x = a.left; x < a.right; ++x, p += 4, d += 4) {
-      const int32_t b = p[0], g = p[1], r = p[2];
-      const int32_t y0 = r * 19660 + g * 38665 + b * 7209;
-      int32_t c[3] = {b, w.green[g], w.red[r]};
-      const int32_t y1 = (b * 7209 + c[2] * 19660 + c[1] * 38665) >> 8;
-      if (y0 > 255 && y1 != 0)
-        for (int i = 0; i < 3; ++i) c[i] = std::min(255, c[i] * (y0 >> 8) / y1);
-      for (int i = 0; i < 3; ++i) {
-        p[i] = uint8_t(c[i]);
-        const int64_t sum = int64_t{c[i]} * w.tint16 + int64_t{d[i]} * w.result16;
-        d[i] = sum >= 0xFF0000 ? 255 : ClampByte(sum / 65536);
-      }
-    }
-  }
-  return VX_OK;
+  const int32_t rc = EachPixel(blurred, blurred, blurred, strip,
+                               [&](const uint8_t*, const uint8_t*, uint8_t* p) { detail::BluePixel(p, w); });
+  return rc < 0 ? rc : weighting_sum_plain(blurred, dst, w.tint16, w.result16, strip);
 }
 
 int32_t apply_gamma(const ImageView& img, const uint32_t* table, const ProcessRect& strip,
