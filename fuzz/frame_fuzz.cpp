@@ -1,7 +1,7 @@
 // Frame-record fuzzer: whatever a host hands the engine, it answers with a documented code,
 // never reads or writes outside the images it was given, and never changes its inputs.
 //
-// Each input drives one BlackMist, Halation or Infrared effect (the header says which) of a long-lived
+// Each input drives one BlackMist, Halation, Infrared or Amberfade effect (the header says which) of a long-lived
 // engine through SetImageSize, Process, ProcessFull, Reset, re-creation and engine misuse in the
 // order the bytes say (format in fuzz_input.h). Images are allocated to exactly stride x height bytes, so AddressSanitizer
 // sees any stray access; on top of that the target checks:
@@ -21,6 +21,7 @@
 
 #include "core/debug_log.h"
 #include "core/platform.h"
+#include "effects/amberfade/amberfade_effect.h"
 #include "effects/blackmist/blackmist_effect.h"
 #include "effects/halation/halation_effect.h"
 #include "effects/infrared/infrared_effect.h"
@@ -220,6 +221,21 @@ int32_t ExpectedInfraredParams(const InfraredParamsEx& p, bool full) {
   return kOk;
 }
 
+// Amberfade's record checks after the frame's: the basic call's three ranges, or the full
+// call's four; then the NaN rule for the full call's unranged floats.
+int32_t ExpectedAmberfadeParams(const Frame& f, const AmberfadeFullParam& p, bool full) {
+  auto within = [](float v, float lo, float hi) { return v >= lo && v <= hi; };
+  if (!full)
+    return within(p.colour, -1, 2) && within(p.intensity, 0, 5) && within(p.gamma, 0, 1) ? kOk : kInvalidArg;
+  const float max_radius = float((f.w > f.h ? f.w : f.h) / 8);
+  if (!within(p.hlr_gain, 0, 2) || !within(p.blur_radius, 0, max_radius) || p.hlr_threshold > 255 ||
+      !within(p.gamma, 0, 1))
+    return kInvalidArg;
+  const bool finite = Finite(p.intensity) && Finite(p.colour) && Finite(p.weight_tint) &&
+                      Finite(p.weight_result) && Finite(p.contrast) && Finite(p.result_blur_radius);
+  return finite ? kOk : kInvalidArg;
+}
+
 // The working buffers SetImageSize makes, in their order, in 64 bits: the answer it must give
 // and the bytes it allocates before it answers (buffers made before a refusal stay).
 int32_t ExpectedSetSize(uint32_t type, int32_t w, int32_t h, uint64_t* allocated) {
@@ -259,6 +275,8 @@ struct Call {
   HalationParamsEx halation_all{};
   InfraredParams infrared_basic{};
   InfraredParamsEx infrared_all{};
+  AmberfadeParam amberfade_basic{};
+  AmberfadeFullParam amberfade_all{};
   bool skip = false;  // legal, but its blur would take longer than a fuzzer run may
   int32_t expected = kOk;       // what the rules say; kOk means "accepted"
   bool null_dst_ok = false;     // accepted with a null destination: a stage may answer 0x80004003
@@ -273,6 +291,7 @@ struct Call {
 
 void ReadHalation(Reader& in, const Frame& frame, Call& c);
 void ReadInfrared(Reader& in, const Frame& frame, Call& c);
+void ReadAmberfade(Reader& in, const Frame& frame, Call& c);
 
 Call ReadCall(Reader& in, const Frame& frame, uint32_t type, bool full) {
   Call c;
@@ -308,6 +327,10 @@ Call ReadCall(Reader& in, const Frame& frame, uint32_t type, bool full) {
   }
   if (type == EFFECT_INFRARED) {
     ReadInfrared(in, frame, c);
+    return c;
+  }
+  if (type == EFFECT_AMBERFADE) {
+    ReadAmberfade(in, frame, c);
     return c;
   }
 
@@ -405,6 +428,44 @@ void ReadHalation(Reader& in, const Frame& frame, Call& c) {
   c.skip = c.expected == kOk && int64_t(frame.w / 2 + 4) * int64_t(frame.h / 2 + 4) * taps > (4 << 20);
 }
 
+// The Amberfade fields after the images and the rectangle; the basic record takes the full
+// one's intensity, colour, gamma and look.
+void ReadAmberfade(Reader& in, const Frame& frame, Call& c) {
+  AmberfadeFullParam& p = c.amberfade_all;
+  p.src = c.src.desc;
+  p.mask = c.mask.desc;
+  p.dst = c.dst.desc;
+  p.process_rect = c.rect;
+  p.intensity = in.Float(-1.0f, 6.0f);
+  p.colour = in.Float(-3.0f, 4.0f);
+  p.gamma = in.Float(0.0f, 1.0f);
+  p.cool_look = in.Bit(8) ? int32_t(in.Raw32()) : int32_t(in.Byte() % 2);
+  if (c.full) {
+    const int32_t max8 = (frame.w > frame.h ? frame.w : frame.h) / 8;
+    p.hlr_gain = in.Float(0.0f, 2.0f);
+    p.blur_radius = in.Float(0.0f, float(max8));
+    p.hlr_threshold = vantyx_fuzz::I32FromCode(in.Byte()) - 100;
+    p.weight_tint = in.Float(-1.0f, 2.0f);
+    p.weight_result = in.Float(-1.0f, 2.0f);
+    p.contrast = in.Float(-2.0f, 4.0f);
+    p.adjust_colour_on = in.Byte();
+    p.blur_result_on = in.Byte();
+    p.pad[0] = in.Byte();
+    p.result_blur_radius = in.Float(-4.0f, float(max8) + 4.0f);
+    p.blend_mode = vantyx_fuzz::I32FromCode(in.Byte());
+    p.output_mode = vantyx_fuzz::I32FromCode(in.Byte()) % 6;
+    p.derive_from_intensity = in.Bit(8) ? int32_t(in.Raw32()) : int32_t(in.Byte() % 2);
+    // Unranged: an unknown mode fails the blend, a result radius that truncates below 0 fails
+    // the result blur ("BoxBlurH"), both with 0x80070057.
+    c.unranged_ok = p.blend_mode < 0 || p.blend_mode > 28 ||
+                    2.0f * (p.result_blur_radius * 0.5f) + 0.5f <= -1.0f;
+  }
+  c.amberfade_basic = AmberfadeParam{p.src, p.mask, p.dst, p.intensity, p.colour, p.gamma,
+                                     uint8_t(p.cool_look), {}, p.process_rect};
+  c.expected = ExpectedFrameCode(frame, c.src.desc, c.mask.desc, c.dst.desc, c.rect);
+  if (c.expected == kOk) c.expected = ExpectedAmberfadeParams(frame, p, c.full);
+}
+
 // The Infrared fields after the images and the rectangle; the basic record takes the full
 // one's fields that it has.
 void ReadInfrared(Reader& in, const Frame& frame, Call& c) {
@@ -440,6 +501,10 @@ int32_t Run(void* effect, const Call& c) {
   if (c.type == EFFECT_INFRARED) {
     InfraredFull* e = AsInfraredFull(effect);
     return c.full ? e->ProcessFull(&c.infrared_all) : e->Process(&c.infrared_basic);
+  }
+  if (c.type == EFFECT_AMBERFADE) {
+    AmberfadeFull* a = AsAmberfadeFull(effect);
+    return c.full ? a->ProcessFull(&c.amberfade_all) : a->Process(&c.amberfade_basic);
   }
   if (c.type == EFFECT_HALATION) {
     HalationFull* h = AsHalationFull(effect);
@@ -512,6 +577,8 @@ struct Session {
       static_cast<HalationEffect*>(AsHalationFull(handle))->SetCpuInfo(&info);
     else if (type == EFFECT_INFRARED)
       static_cast<InfraredEffect*>(AsInfraredFull(handle))->SetCpuInfo(&info);
+    else if (type == EFFECT_AMBERFADE)
+      static_cast<AmberfadeEffect*>(AsAmberfadeFull(handle))->SetCpuInfo(&info);
     else
       static_cast<BlackMistEffect*>(AsBlackMistFull(handle))->SetCpuInfo(&info);
     frame = Frame{};
@@ -523,16 +590,20 @@ struct Session {
   }
   int32_t SetImageSize(int32_t w, int32_t h) {
     if (type == EFFECT_INFRARED) return AsInfraredFull(handle)->SetImageSize(w, h);
+    if (type == EFFECT_AMBERFADE) return AsAmberfadeFull(handle)->SetImageSize(w, h);
     return type == EFFECT_HALATION ? AsHalationFull(handle)->SetImageSize(w, h)
                                    : AsBlackMistFull(handle)->SetImageSize(w, h);
   }
   int32_t Reset() {
     if (type == EFFECT_INFRARED) return AsInfraredFull(handle)->Reset();
+    if (type == EFFECT_AMBERFADE) return AsAmberfadeFull(handle)->Reset();
     return type == EFFECT_HALATION ? AsHalationFull(handle)->Reset() : AsBlackMistFull(handle)->Reset();
   }
   int32_t ProcessNull(bool full) {
     if (type == EFFECT_INFRARED)
       return full ? AsInfraredFull(handle)->ProcessFull(nullptr) : AsInfraredFull(handle)->Process(nullptr);
+    if (type == EFFECT_AMBERFADE)
+      return full ? AsAmberfadeFull(handle)->ProcessFull(nullptr) : AsAmberfadeFull(handle)->Process(nullptr);
     if (type == EFFECT_HALATION)
       return full ? AsHalationFull(handle)->ProcessFull(nullptr) : AsHalationFull(handle)->Process(nullptr);
     return full ? AsBlackMistFull(handle)->ProcessFull(nullptr) : AsBlackMistFull(handle)->Process(nullptr);
@@ -624,9 +695,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Session s;
   const uint8_t header = in.Byte();
   s.fast = (header & vantyx_fuzz::kHeaderFast) != 0;
-  s.type = (header & vantyx_fuzz::kHeaderInfrared) != 0   ? EFFECT_INFRARED
-           : (header & vantyx_fuzz::kHeaderHalation) != 0 ? EFFECT_HALATION
-                                                          : EFFECT_BLACKMIST;
+  s.type = (header & vantyx_fuzz::kHeaderInfrared) != 0    ? EFFECT_INFRARED
+           : (header & vantyx_fuzz::kHeaderHalation) != 0  ? EFFECT_HALATION
+           : (header & vantyx_fuzz::kHeaderAmberfade) != 0 ? EFFECT_AMBERFADE
+                                                            : EFFECT_BLACKMIST;
   s.Create();
   for (int op = 0; op < kMaxOps && !in.Empty(); ++op) {
     switch (in.Byte() % vantyx_fuzz::kOpCount) {

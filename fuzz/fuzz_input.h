@@ -19,6 +19,7 @@ namespace vantyx_fuzz {
 constexpr uint8_t kHeaderFast = 0x01;  // the effect runs its SSE4.1 forms (when the CPU has them)
 constexpr uint8_t kHeaderHalation = 0x02;  // the session drives a Halation effect, not BlackMist
 constexpr uint8_t kHeaderInfrared = 0x04;  // an Infrared effect (whatever kHeaderHalation says)
+constexpr uint8_t kHeaderAmberfade = 0x08;  // an Amberfade effect (when neither bit above is set)
 
 enum Op : uint8_t {
   kOpSetSize = 0,

@@ -1,5 +1,6 @@
 // Writes the frame fuzzer's seed corpus: small, mostly valid sessions that reach every stage
-// (sizes, rectangles, masks, output and blend modes, tint, tone mapping, both kernel forms),
+// (sizes, rectangles, masks, output and blend modes, tint, tone mapping, both kernel forms,
+// each family),
 // plus a few that start from a refusal. fuzz/corpus holds its output:
 //   vantyx_fuzz_seeds fuzz/corpus
 #include <cstdint>
@@ -224,6 +225,58 @@ bool WriteFile(const std::string& dir, int index, const std::vector<uint8_t>& by
   if (!file) return false;
   const bool ok = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
   return std::fclose(file) == 0 && ok;
+}
+
+// An Amberfade session: the size, then one call with the images, mask and rectangle of `f`
+// and these fields.
+struct AmberfadeSeed {
+  bool full = false, cool = true;
+  float intensity = 1.0f, colour = 0.0f, gamma = 0.8f;
+  float gain = 0.33f, radius = 1.0f, contrast = 0.7f, result_radius = 4.0f;
+  int32_t threshold = 160, blend_mode = 5, output_mode = 2;
+  uint8_t derive = 1;
+};
+
+std::vector<uint8_t> AmberfadeSession(const FrameSeed& f, const AmberfadeSeed& a, bool fast) {
+  Writer out;
+  out.Byte(uint8_t((fast ? vantyx_fuzz::kHeaderFast : 0) | vantyx_fuzz::kHeaderAmberfade));
+  SetSize(out, f.w, f.h);
+  out.Byte(a.full ? vantyx_fuzz::kOpProcessFull : vantyx_fuzz::kOpProcess);
+  WriteImage(out, f.src, true);
+  if (f.mask) {
+    out.Byte(0);
+    WriteImage(out, f.mask_image, false);
+  } else {
+    out.Byte(1);  // no mask ...
+    out.Byte(1);  // ... and its other fields zero
+  }
+  out.Byte(uint8_t(f.left));
+  out.Byte(uint8_t(f.top));
+  out.Byte(uint8_t(f.right ? f.right : uint32_t(f.w)));
+  out.Byte(uint8_t(f.bottom ? f.bottom : uint32_t(f.h)));
+  out.Byte(1);  // edges as given
+  WriteImage(out, f.dst, true);
+  out.FloatRaw(a.intensity);
+  out.FloatRaw(a.colour);
+  out.FloatRaw(a.gamma);
+  out.Byte(1);  // the look as a byte ...
+  out.Byte(a.cool ? 1 : 0);
+  if (!a.full) return out.bytes;
+  out.FloatRaw(a.gain);
+  out.FloatRaw(a.radius);
+  out.Byte(uint8_t(a.threshold + 103));
+  out.FloatRaw(0.27f);
+  out.FloatRaw(0.73f);
+  out.FloatRaw(a.contrast);
+  out.Byte(1);  // adjust colour
+  out.Byte(1);  // blur the result
+  out.Byte(0);  // pad
+  out.FloatRaw(a.result_radius);
+  out.Byte(uint8_t(a.blend_mode + 3));
+  out.Byte(uint8_t(a.output_mode + 3));
+  out.Byte(1);  // derive as a byte ...
+  out.Byte(a.derive);
+  return out.bytes;
 }
 
 }  // namespace
@@ -468,6 +521,38 @@ int main(int argc, char** argv) {
     seeds.push_back(InfraredSession(f, r, false));
     f.w = 1, f.h = 6, f.left = f.top = 0, f.right = 1, f.bottom = 6;  // no half size
     seeds.push_back(InfraredSession(f, r, true));
+  }
+
+  // Amberfade: both calls and both looks, every output mode, gamma, contrast and colour at
+  // their edges and past them (unchecked in the full call), a negative threshold and result
+  // radius, a mask, a NaN contrast, and no half size.
+  for (int32_t k = 0; k < 12; ++k) {
+    FrameSeed f;
+    f.w = k % 2 ? 15 : 9;
+    f.h = k % 2 ? 8 : 13;
+    f.mask = k % 4 == 1;
+    f.src.fill = uint8_t(90 + k);
+    AmberfadeSeed a;
+    a.full = k >= 2;
+    a.cool = k % 3 != 0;
+    a.gamma = k % 5 == 0 ? 1.0f : 0.1f * float(k % 10);
+    a.colour = -1.0f + 0.3f * float(k);
+    a.output_mode = k % 4;
+    a.contrast = k == 7 ? 9.0f : 0.5f + 0.1f * float(k);
+    a.threshold = k == 8 ? -40 : 160;
+    a.result_radius = k == 9 ? -3.0f : 4.0f;
+    a.derive = uint8_t(k % 2);
+    seeds.push_back(AmberfadeSession(f, a, k % 3 != 2));
+  }
+  {
+    FrameSeed f;
+    f.w = 12, f.h = 10;
+    AmberfadeSeed a;
+    a.full = true, a.contrast = __builtin_nanf("");
+    seeds.push_back(AmberfadeSession(f, a, true));
+    f.w = 1, f.h = 6;  // no half size
+    a.contrast = 0.7f;
+    seeds.push_back(AmberfadeSession(f, a, false));
   }
 
   int index = 0;

@@ -22,16 +22,16 @@ MaskMap BuildMaskMap(int32_t frame_w, int32_t frame_h, int32_t scaled_w, int32_t
 }
 
 void HighlightKeyRow(const uint8_t* src_row, uint8_t* out, int32_t x_begin, int32_t x_end,
-                     const uint8_t* mask_row, const MaskMap* map, uint32_t threshold,
+                     const uint8_t* mask_row, const MaskMap* map, int32_t threshold,
                      SaturationRule rule) {
-  const int32_t t_int = int32_t(std::min<uint32_t>(threshold, 255));
+  const int32_t t_int = std::clamp(threshold, -255, 255);
   const float t = float(t_int) / 255.0f;
   const uint8_t* s = src_row + 4 * size_t(x_begin);
   uint8_t* d = out;
   for (int32_t x = x_begin; x < x_end; ++x, s += 4, d += 4) {
     const int32_t b = s[0], g = s[1], r = s[2];
-    const int32_t db = std::max(b - t_int, 0), dg = std::max(g - t_int, 0),
-                  dr = std::max(r - t_int, 0);
+    const int32_t db = std::clamp(b - t_int, 0, 255), dg = std::clamp(g - t_int, 0, 255),
+                  dr = std::clamp(r - t_int, 0, 255);
     d[3] = s[3];
     if (mask_row) {
       const int32_t m = mask_row[map->x0[size_t(x)]];
@@ -59,7 +59,7 @@ void HighlightKeyRow(const uint8_t* src_row, uint8_t* out, int32_t x_begin, int3
     const int32_t m1 = std::max({kb, kg, kr});
     const int32_t m2 = std::max({db, dg, dr});
     int32_t cb = db, cg = dg, cr = dr;
-    if (rule == SaturationRule::kRescaleWhenLit ? m2 > 0 : m1 > m2) {
+    if (m2 > 0 && (rule == SaturationRule::kRescaleWhenLit || m1 > m2)) {
       cb = cb * m1 / m2;
       cg = cg * m1 / m2;
       cr = cr * m1 / m2;
@@ -77,10 +77,10 @@ void HighlightKeyRow(const uint8_t* src_row, uint8_t* out, int32_t x_begin, int3
 namespace {
 
 using KeyRowFn = void (*)(const uint8_t*, uint8_t*, int32_t, int32_t, const uint8_t*, const MaskMap*,
-                          uint32_t, SaturationRule);
+                          int32_t, SaturationRule);
 
 int32_t DetectHighlights(KeyRowFn row, const ImageView& src, const ImageView& dst,
-                         const ImageView* mask, const MaskMap* map, uint32_t threshold,
+                         const ImageView* mask, const MaskMap* map, int32_t threshold,
                          SaturationRule rule, const ProcessRect& strip) {
   if (!src.data || !dst.data || (mask && (!mask->data || !map))) return VX_E_POINTER;
   if (src.format != PIXEL_BGRA32 || dst.format != PIXEL_BGRA32 ||
@@ -103,13 +103,13 @@ int32_t DetectHighlights(KeyRowFn row, const ImageView& src, const ImageView& ds
 }  // namespace
 
 int32_t detect_highlights_plain(const ImageView& src, const ImageView& dst, const ImageView* mask,
-                                const MaskMap* map, uint32_t threshold, SaturationRule rule,
+                                const MaskMap* map, int32_t threshold, SaturationRule rule,
                                 const ProcessRect& strip) {
   return DetectHighlights(&HighlightKeyRow, src, dst, mask, map, threshold, rule, strip);
 }
 
 int32_t detect_highlights(const ImageView& src, const ImageView& dst, const ImageView* mask,
-                          const MaskMap* map, uint32_t threshold, SaturationRule rule,
+                          const MaskMap* map, int32_t threshold, SaturationRule rule,
                           const ProcessRect& strip, int32_t simd_level) {
   return DetectHighlights(simd_level >= SIMD_SSE41 ? &HighlightKeyRowSse41 : &HighlightKeyRow,
                           src, dst, mask, map, threshold, rule, strip);

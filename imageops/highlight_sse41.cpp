@@ -35,9 +35,9 @@ inline void Key4(const uint8_t* s, uint8_t* d, const int32_t* mask, const KeyCon
   const __m128i b = _mm_and_si128(v, byte), g = _mm_and_si128(_mm_srli_epi32(v, 8), byte),
                 r = _mm_and_si128(_mm_srli_epi32(v, 16), byte);
   const __m128i zero = _mm_setzero_si128();
-  const __m128i db = _mm_max_epi32(_mm_sub_epi32(b, k.t_int), zero);
-  const __m128i dg = _mm_max_epi32(_mm_sub_epi32(g, k.t_int), zero);
-  const __m128i dr = _mm_max_epi32(_mm_sub_epi32(r, k.t_int), zero);
+  const __m128i db = _mm_min_epi32(_mm_max_epi32(_mm_sub_epi32(b, k.t_int), zero), Set(255));
+  const __m128i dg = _mm_min_epi32(_mm_max_epi32(_mm_sub_epi32(g, k.t_int), zero), Set(255));
+  const __m128i dr = _mm_min_epi32(_mm_max_epi32(_mm_sub_epi32(r, k.t_int), zero), Set(255));
   __m128i ob, og, orr;
   if (mask) {
     const __m128i m = _mm_loadu_si128(reinterpret_cast<const __m128i*>(mask));
@@ -95,10 +95,10 @@ inline void Key4(const uint8_t* s, uint8_t* d, const int32_t* mask, const KeyCon
 }  // namespace
 
 void HighlightKeyRowSse41(const uint8_t* src_row, uint8_t* out, int32_t x_begin, int32_t x_end,
-                          const uint8_t* mask_row, const MaskMap* map, uint32_t threshold,
+                          const uint8_t* mask_row, const MaskMap* map, int32_t threshold,
                           SaturationRule rule) {
   KeyConstants k;
-  const int32_t t_int = int32_t(std::min<uint32_t>(threshold, 255));
+  const int32_t t_int = std::clamp(threshold, -255, 255);
   k.t_int = Set(t_int);
   k.t = _mm_set1_ps(float(t_int) / 255.0f);
   k.rule = rule;

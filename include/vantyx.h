@@ -235,7 +235,12 @@ struct InfraredParamsEx {
   int32_t debug_view;
 };
 
-/* Amberfade: faded film look with glow, contrast, gamma on luma and colour temperature. */
+/* Amberfade: faded film look with glow, contrast, gamma on luma and colour temperature.
+ * An effect rebuilds its gamma table only when `gamma` differs from the last gamma any Amberfade
+ * effect of the process built its table for (1.0 at start): a second effect first used with that
+ * same gamma renders with its own table still empty. A call with gamma 1.0 before the first
+ * frame makes an effect build its own. In the full record, contrast, colour, the two weights,
+ * a threshold below 0 and the result blur radius are not range-checked (NaN is refused). */
 struct AmberfadeParam {
   ImageDesc src;
   ImageDesc mask;

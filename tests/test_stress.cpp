@@ -13,6 +13,7 @@
 #include <limits>
 #include <vector>
 
+#include "effects/amberfade/amberfade_effect.h"
 #include "effects/blackmist/blackmist_effect.h"
 #include "effects/halation/halation_effect.h"
 #include "effects/infrared/infrared_effect.h"
@@ -164,11 +165,51 @@ FamilyRun InfraredFrame(void* handle, test::Draws& d, int32_t w, int32_t h, bool
   return f;
 }
 
+// Amberfade's reference first runs a gamma of 1, so that the gamma after it is built by this
+// object whatever gamma another object built last.
+FamilyRun AmberfadeFrame(void* handle, test::Draws& d, int32_t w, int32_t h, bool reference) {
+  AmberfadeFull* effect = AsAmberfadeFull(handle);
+  FamilyRun f;
+  f.src = Image(w, h, PIXEL_BGRA32, d.Int(0, 2) * 4);
+  f.src.FillRandom(uint32_t(d.Int(0, 1 << 30)));
+  ProcessRect r{0, 0, uint32_t(w), uint32_t(h)};
+  if (d.Int(0, 1)) r = {uint32_t(d.Int(0, w - 1)), uint32_t(d.Int(0, h - 1)), uint32_t(w), uint32_t(h)};
+  f.dst = Image(int32_t(r.right - r.left), int32_t(r.bottom - r.top));
+  AmberfadeFullParam p{};
+  p.src = f.src.Desc(), p.dst = f.dst.Desc(), p.process_rect = r;
+  p.hlr_gain = d.Float(0, 2), p.blur_radius = d.Float(0, float(std::max(w, h) / 8));
+  p.hlr_threshold = d.Int(-20, 255), p.intensity = d.Float(0, 5), p.gamma = d.Float(0, 1);
+  p.colour = d.Float(-1, 2), p.cool_look = d.Int(0, 1), p.weight_tint = d.Float(0, 1);
+  p.weight_result = 1.0f - p.weight_tint, p.contrast = d.Float(0, 2);
+  p.adjust_colour_on = uint8_t(d.Int(0, 1)), p.blur_result_on = uint8_t(d.Int(0, 1));
+  p.result_blur_radius = d.Float(0, 6), p.blend_mode = d.Int(0, 28);
+  p.output_mode = reference ? 2 : d.Int(0, 3), p.derive_from_intensity = d.Int(0, 1);
+  if (reference) p.cool_look = 1, p.blur_result_on = 1, p.gamma = 0.7f;
+  const bool full = reference || d.Int(0, 1);
+  f.run = [effect, p, full, reference]() -> int32_t {
+    AmberfadeParam b{p.src, p.mask, p.dst, p.intensity, p.colour, p.gamma, uint8_t(p.cool_look), {}, p.process_rect};
+    if (reference) {
+      b.gamma = 1.0f;
+      if (effect->Process(&b) != VX_OK) return int32_t(VX_E_FAIL);
+      b.gamma = p.gamma;
+    }
+    const int32_t rc = full ? effect->ProcessFull(&p) : effect->Process(&b);
+    return rc != VX_OK || !reference ? rc : effect->Process(&b);
+  };
+  f.refused = [effect, p]() mutable {
+    p.gamma = 1.5f;
+    return effect->ProcessFull(&p);
+  };
+  return f;
+}
+
 const OtherFamily kOtherFamilies[] = {
     {EFFECT_HALATION, [](void* e, int32_t w, int32_t h) { return AsHalationFull(e)->SetImageSize(w, h); },
      HalationFrame},
     {EFFECT_INFRARED, [](void* e, int32_t w, int32_t h) { return AsInfraredFull(e)->SetImageSize(w, h); },
      InfraredFrame},
+    {EFFECT_AMBERFADE, [](void* e, int32_t w, int32_t h) { return AsAmberfadeFull(e)->SetImageSize(w, h); },
+     AmberfadeFrame},
 };
 
 // A family's reference frame: the same bytes from a long-lived effect and a fresh one.

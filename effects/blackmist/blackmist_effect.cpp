@@ -192,7 +192,7 @@ int32_t BlackMistEffect::Run() {
   const Preset preset = PresetFor(m_strength);
   GlowSpec spec;
   spec.output_mode = m_output_mode;
-  spec.threshold = m_hlr_threshold;
+  spec.threshold = int32_t(m_hlr_threshold);  // checked: at most 255
   spec.rule = m_keep_saturation ? SaturationRule::kRescaleWhenLit : SaturationRule::kNone;
   const int32_t max_radius = (std::min(m_scaled_img_w, m_scaled_img_h) - 1) / 2;
   const float wanted = std::min(preset.radius_factor * m_soft_radius,

@@ -143,7 +143,7 @@ int32_t GlowEffect::RowStageOver(const RowStage& stage, const ImageView& image, 
       if (rc < 0) return rc;
     }
     return VX_OK;
-  });
+  }, stage.kernel);
 }
 
 // ---- Fused ------------------------------------------------------------------------------------

@@ -36,6 +36,7 @@ struct RowStage {
   const char* name = nullptr;
   int32_t (*run)(const void* ctx, uint8_t* row, int32_t pixels) = nullptr;
   const void* ctx = nullptr;
+  const char* kernel = nullptr;  // logged before `name` when the stage fails, if set
 };
 
 // The last stage: mixes the blurred blend into the destination, which holds the blend, row by
@@ -56,7 +57,7 @@ struct GlowSpec {
 
   // Half size: "detect hlr" with its threshold and the family's saturation rule; "soften hlr"
   // with the light curve's gain and factor and the blur radius (half-size pixels, 0 for none).
-  uint32_t threshold = 0;
+  int32_t threshold = 0;
   SaturationRule rule = SaturationRule::kNone;
   float light_gain = 0.0f;
   float light_k = -0.25f;

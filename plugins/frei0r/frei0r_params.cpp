@@ -30,6 +30,7 @@ const ExtraOption kExtraOptions[] = {
     {"blackmist", "tint-amount", 1.0},  // above 1 only overshoots the tint colour
     {"blackmist", "tint-hue", 0.0},
     {"blackmist", "tone-mapping", 0.0},
+    {"amberfade", "contrast", 0.0},
 };
 
 std::string Number(double value) {

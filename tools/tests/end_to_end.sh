@@ -82,6 +82,12 @@ apply_picture)
     run 0 "$tool" apply infrared --preset $preset --debug-view result "$coffee" infrared-full.png
     cmp -s infrared.png infrared-full.png || fail "infrared's full call with preset $preset differs"
   done
+  # Amberfade: in both looks, the full call at the table's defaults matches the basic call.
+  for look in cool warm; do
+    run 0 "$tool" apply amberfade --look $look --gamma 0.9 "$rocket" amber-$look.png
+    run 0 "$tool" apply amberfade --look $look --gamma 0.9 --output-mode result "$rocket" amber-$look-full.png
+    cmp -s amber-$look.png amber-$look-full.png || fail "amberfade's full call with defaults differs ($look)"
+  done
   # The output starts as the picture: a glow that is transparent everywhere leaves it as it was.
   run 0 "$tool" apply halation --show-threshold 0 "$coffee" noglow.png
   cmp -s source.png noglow.png || fail "a transparent glow changed the picture"

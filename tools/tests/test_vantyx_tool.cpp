@@ -116,7 +116,7 @@ TEST(ToolOptions, EveryRefusalSaysWhatIsAllowed) {
   const struct {
     std::vector<std::string> args;
     const char* piece;
-  } shapes[] = {{{"fog", "a.png", "b.png"}, "unknown effect 'fog' (known: blackmist, halation, infrared)"},
+  } shapes[] = {{{"fog", "a.png", "b.png"}, "unknown effect 'fog' (known: blackmist, halation, infrared, amberfade)"},
                 {{}, "effect name"}};
   for (const auto& s : shapes) {
     const Parsed p = Parse(s.args);

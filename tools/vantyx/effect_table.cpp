@@ -236,6 +236,72 @@ const FixedField kInfraredFixed[] = {
 #undef IR_BASIC
 #undef IR_FULL
 
+// ---- Amberfade -------------------------------------------------------------------------------
+
+using Vantyx::AmberfadeFullParam;
+using Vantyx::AmberfadeParam;
+
+const char* const kAmberfadeLooks[] = {"warm", "cool", nullptr};
+const char* const kAmberfadeOutputs[] = {"glow", "blurred", "result", "source", nullptr};
+
+double MaxSide(const FrameContext& f) { return double(std::max(f.width, f.height)); }
+// What the basic call stores; with --derive on (the default) the intensity decides instead.
+double AmberfadeGlowRadius(const FrameContext& f) { return double(float(MaxSide(f)) * 0.21f * 0.125f); }
+double AmberfadeResultRadius(const FrameContext& f) { return double(float(MaxSide(f)) * 0.125f); }
+// The basic call's contrast: 0.7 in the cool look, none in the warm one.
+double AmberfadeContrast(const FrameContext& f) {
+  return OptionValue(f, "look") != 0 ? double(0.7f) : 1.0;
+}
+
+#define AF_BASIC(field) int32_t(offsetof(AmberfadeParam, field))
+#define AF_FULL(field) int32_t(offsetof(AmberfadeFullParam, field))
+
+// "look" is a byte in the basic record and an int32 in the full one; records start zeroed, so
+// the byte written at the int32's (little-endian) address is its value.
+const OptionSpec kAmberfadeOptions[] = {
+    {"intensity", "strength of the glow (gain, radius and threshold follow it)", FieldType::kF32,
+     0, 5, 1.0, nullptr, nullptr, nullptr, nullptr, nullptr, AF_BASIC(intensity),
+     AF_FULL(intensity)},
+    {"colour", "cool look: bluer glow and mix; warm look: temperature (colour x 1000 + 5000 K)",
+     FieldType::kF32, -1, 2, 0, nullptr, nullptr, nullptr, nullptr, nullptr, AF_BASIC(colour),
+     AF_FULL(colour)},
+    {"gamma", "gamma on luma (1 = off, lower darkens the mid-tones)", FieldType::kF32, 0, 1, 1,
+     nullptr, nullptr, nullptr, nullptr, nullptr, AF_BASIC(gamma), AF_FULL(gamma)},
+    {"look", "cool (blurred, blue-weighted) or warm (tone-mapped glow, colour temperature)",
+     FieldType::kU8, 0, 1, 1, nullptr, nullptr, nullptr, nullptr, kAmberfadeLooks,
+     AF_BASIC(cool_look), AF_FULL(cool_look)},
+    {"derive", "take gain, radius and threshold from --intensity", FieldType::kI32, 0, 1, 1,
+     nullptr, nullptr, nullptr, nullptr, kOnOff, -1, AF_FULL(derive_from_intensity)},
+    {"gain", "gain of the glow's light curve (with --derive off)", FieldType::kF32, 0, 2, 0.33,
+     nullptr, nullptr, nullptr, nullptr, nullptr, -1, AF_FULL(hlr_gain)},
+    {"radius", "blur radius of the glow, in pixels (with --derive off)", FieldType::kF32, 0,
+     kNoMax, 0, MaxSideEighth, "max(w,h)/8", AmberfadeGlowRadius, "max(w,h)*0.21/8", nullptr, -1,
+     AF_FULL(blur_radius)},
+    {"threshold", "brightness where the glow starts (with --derive off)", FieldType::kI32, -255,
+     255, 160, nullptr, nullptr, nullptr, nullptr, nullptr, -1, AF_FULL(hlr_threshold)},
+    {"contrast", "contrast factor of the picture (1 = off, lower fades)", FieldType::kF32, 0, 4,
+     0, nullptr, nullptr, AmberfadeContrast, "0.7 cool, 1 warm", nullptr, -1, AF_FULL(contrast)},
+    {"adjust-colour", "shift the glow's blue and red by --colour (cool look)", FieldType::kU8, 0,
+     1, 1, nullptr, nullptr, nullptr, nullptr, kOnOff, -1, AF_FULL(adjust_colour_on)},
+    {"blur-result", "blur the blend and mix it with its blue-weighted copy (cool look)",
+     FieldType::kU8, 0, 1, 1, nullptr, nullptr, nullptr, nullptr, kOnOff, -1,
+     AF_FULL(blur_result_on)},
+    {"result-radius", "radius of that blur, in pixels", FieldType::kF32, 0, kNoMax, 0, nullptr,
+     nullptr, AmberfadeResultRadius, "max(w,h)/8", nullptr, -1, AF_FULL(result_blur_radius)},
+    {"weight-tint", "weight of the blue-weighted blur in the final mix", FieldType::kF32, 0, 1,
+     0.27, nullptr, nullptr, nullptr, nullptr, nullptr, -1, AF_FULL(weight_tint)},
+    {"weight-result", "weight of the blend in the final mix", FieldType::kF32, 0, 1, 0.73,
+     nullptr, nullptr, nullptr, nullptr, nullptr, -1, AF_FULL(weight_result)},
+    {"blend-mode", "how the glow is laid over the picture (5 = screen)", FieldType::kI32, 0, 28,
+     5, nullptr, nullptr, nullptr, nullptr, nullptr, -1, AF_FULL(blend_mode)},
+    {"output-mode", "what is delivered: glow only, blurred blend, result or the source",
+     FieldType::kI32, 0, 3, 2, nullptr, nullptr, nullptr, nullptr, kAmberfadeOutputs, -1,
+     AF_FULL(output_mode)},
+};
+
+#undef AF_BASIC
+#undef AF_FULL
+
 template <class T, size_t N>
 constexpr size_t Count(const T (&)[N]) {
   return N;
@@ -248,6 +314,7 @@ const std::vector<EffectSpec>& Effects() {
       FamilyCalls<Vantyx::BlackMistFull, BlackMistParam, BlackMistFullParam>;
   using HalationCalls = FamilyCalls<Vantyx::HalationFull, HalationParams, HalationParamsEx>;
   using InfraredCalls = FamilyCalls<Vantyx::InfraredFull, InfraredParams, InfraredParamsEx>;
+  using AmberfadeCalls = FamilyCalls<Vantyx::AmberfadeFull, AmberfadeParam, AmberfadeFullParam>;
   static const std::vector<EffectSpec> effects = {
       {"blackmist", "BlackMist",
        "highlights isolated, softened at half size and laid back over the picture",
@@ -265,6 +332,11 @@ const std::vector<EffectSpec>& Effects() {
        offsetof(InfraredParams, process_rect), offsetof(InfraredParamsEx, process_rect),
        kInfraredOptions, Count(kInfraredOptions), kInfraredFixed, Count(kInfraredFixed),
        InfraredCalls::SetImageSize, InfraredCalls::Process, InfraredCalls::ProcessFull},
+      {"amberfade", "Amberfade", "a faded film look: soft glow, contrast, gamma and colour",
+       Vantyx::EFFECT_AMBERFADE, sizeof(AmberfadeParam), sizeof(AmberfadeFullParam),
+       offsetof(AmberfadeParam, process_rect), offsetof(AmberfadeFullParam, process_rect),
+       kAmberfadeOptions, Count(kAmberfadeOptions), nullptr, 0, AmberfadeCalls::SetImageSize,
+       AmberfadeCalls::Process, AmberfadeCalls::ProcessFull},
   };
   return effects;
 }

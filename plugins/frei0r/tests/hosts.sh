@@ -59,6 +59,18 @@ settings() {
                   --preset 2 --blend-mode 0"
     refused_size=16x1
     ;;
+  amberfade)
+    ffmpeg_values="0.4|0.5|0.75|n|0.17857142857142858|result|0.125"
+    melt_values="intensity=0.4 colour=0.5 gamma=0.75 look=0 blend-mode=0.17857142857142858
+                 output-mode=result contrast=0.125"
+    tool_options="--intensity 2 --colour 0.5 --gamma 0.75 --look warm --blend-mode 5
+                  --output-mode result --contrast 0.5"
+    ffmpeg_clamped="9|-2|3|y|2|-4|9"
+    melt_clamped="intensity=9 colour=-2 gamma=3 look=1 blend-mode=2 output-mode=-4 contrast=9"
+    tool_clamped="--intensity 5 --colour -1 --gamma 1 --look cool --blend-mode 28 --output-mode glow
+                  --contrast 4"
+    refused_size=16x1
+    ;;
   *) ffmpeg_values="" ;;
   esac
 }
