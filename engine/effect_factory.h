@@ -1,5 +1,4 @@
-// How the engine builds each family's effect. A family that is not built yet answers
-// 0x80004001 and creates nothing; allocation failure propagates as std::bad_alloc.
+// How the engine builds each family's effect; allocation failure propagates as std::bad_alloc.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +9,7 @@
 namespace Vantyx {
 
 // Constructs the family's effect bound to `pool`, copies `cpu` in with SetCpuInfo and returns
-// it through `out` (0), or returns 0x80004001 with *out untouched.
+// it through `out` (0); a nonzero code leaves *out untouched.
 int32_t NewBlackMistEffect(CThreadPool* pool, const CpuInfo& cpu, BlackMistFull** out);
 int32_t NewHalationEffect(CThreadPool* pool, const CpuInfo& cpu, HalationFull** out);
 int32_t NewInfraredEffect(CThreadPool* pool, const CpuInfo& cpu, InfraredFull** out);

@@ -44,7 +44,7 @@ template <class T, class Make>
 int32_t VantyxEngineImp::Build(Registry<T>& registry, Make make, void** p_effect_inst) {
   T* effect = nullptr;
   const int32_t rc = make(&pool, cpu, &effect);
-  if (rc != 0) return rc;  // a family not built yet answers 0x80004001 and made nothing
+  if (rc != 0) return rc;  // nothing was made
   if (!effect) return kOutOfMemory;
 
   // Owned from here on: if registering throws, the effect is destroyed on the way out.
