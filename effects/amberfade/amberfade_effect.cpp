@@ -67,36 +67,12 @@ int32_t BlueRow(const void* ctx, uint8_t* blurred, uint8_t* dst, int32_t pixels)
 }  // namespace
 
 AmberfadeEffect::AmberfadeEffect(CThreadPool* pool)
-    : GlowEffect(pool, 0.5f), m_gamma_lut(amberfade::kGammaSize, 0u) {
+    : GlowEffect(pool, 0.5f, kToneCurve, int32_t(sizeof(kToneCurve) / sizeof(kToneCurve[0]))),
+      m_gamma_lut(amberfade::kGammaSize, 0u) {
   Reset();
 }
 
 AmberfadeEffect::~AmberfadeEffect() = default;
-
-int32_t AmberfadeEffect::SetImageSize(int32_t width, int32_t height) {
-  const WorkingBuffer buffers[] = {
-      {&m_scaled_hlr, BufferSize::kScaled, PIXEL_BGRA32, false,
-       "[Vantyx] CreateSmartBufferData(m_scaled_hlr, m_scaled_img_w, m_scaled_img_h, PIXEL_BGRA32) Error! - Return Code: %x"},
-      {&m_scaled_src, BufferSize::kScaled, PIXEL_BGRA32, false,
-       "[Vantyx] CreateSmartBufferData(m_scaled_src, m_scaled_img_w, m_scaled_img_h, PIXEL_BGRA32) Error! - Return Code: %x"},
-      {&m_aligned_hlr, BufferSize::kAligned, PIXEL_BGRA32, true,
-       "[Vantyx] CreateSmartBufferData(m_aligned_hlr, m_aligned_img_w, m_aligned_img_h, PIXEL_BGRA32) Error! - Return Code: %x"},
-      {&m_aligned_src, BufferSize::kAligned, PIXEL_BGRA32, true,
-       "[Vantyx] CreateSmartBufferData(m_aligned_src, m_aligned_img_w, m_aligned_img_h, PIXEL_BGRA32) Error! - Return Code: %x"},
-      {&m_scaled_img_f, BufferSize::kScaled, PIXEL_FLOAT96, false,
-       "[Vantyx] CreateSmartBufferData(m_scaled_img_f, m_scaled_img_w, m_scaled_img_h, PIXEL_FLOAT96) Error! - Return Code: %x"},
-      {&m_img_f, BufferSize::kAligned, PIXEL_FLOAT96, true,
-       "[Vantyx] CreateSmartBufferData(m_img_f, m_aligned_img_w, m_aligned_img_h, PIXEL_FLOAT96) Error! - Return Code: %x"},
-  };
-  bool resized = false;
-  const int32_t rc = ResizeBuffers(width, height, buffers, sizeof(buffers) / sizeof(buffers[0]), &resized);
-  if (rc < 0 || !resized) return rc;
-
-  if (!m_tone_lut) m_tone_lut.reset(new uint8_t[256]());
-  BuildToneCurve(kToneCurve, int32_t(sizeof(kToneCurve) / sizeof(kToneCurve[0])), m_tone_lut.get(), 256);
-  m_mask_map = BuildMaskMap(m_img_w, m_img_h, m_scaled_img_w, m_scaled_img_h);
-  return VX_OK;
-}
 
 // m_colour keeps its value.
 int32_t AmberfadeEffect::Reset() {

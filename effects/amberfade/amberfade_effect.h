@@ -19,8 +19,10 @@ class AmberfadeEffect final : public AmberfadeFull, public GlowEffect {
   ~AmberfadeEffect();
   VANTYX_IMPLEMENT_DELETING_DTOR(AmberfadeEffect)
 
-  int32_t SetImageSize(int32_t width, int32_t height) override;
   int32_t Process(const AmberfadeParam* param) override;
+  int32_t SetImageSize(int32_t width, int32_t height) override {
+    return ResizeGlow(width, height);
+  }
   int32_t Reset() override;
   int32_t ProcessFull(const AmberfadeFullParam* param) override;
 
@@ -31,7 +33,6 @@ class AmberfadeEffect final : public AmberfadeFull, public GlowEffect {
  private:
   int32_t Run();  // the pipeline; logs "total process" on failure
 
-  std::unique_ptr<uint8_t[]> m_tone_lut;
   std::vector<uint32_t> m_gamma_lut;  // 16.16, zero until this object first builds it
 
   float m_hlr_gain = 0.0f;

@@ -17,8 +17,10 @@ class BlackMistEffect final : public BlackMistFull, public GlowEffect {
   ~BlackMistEffect();
   VANTYX_IMPLEMENT_DELETING_DTOR(BlackMistEffect)
 
-  int32_t SetImageSize(int32_t width, int32_t height) override;
   int32_t Process(const BlackMistParam* param) override;
+  int32_t SetImageSize(int32_t width, int32_t height) override {
+    return ResizeGlow(width, height);
+  }
   int32_t Reset() override;
   int32_t ProcessFull(const BlackMistFullParam* param) override;
 
@@ -34,7 +36,6 @@ class BlackMistEffect final : public BlackMistFull, public GlowEffect {
   int32_t CheckParameters(float intensity, float radius, uint32_t threshold) const;
   int32_t Run();  // the pipeline; logs "total process" on failure
 
-  std::unique_ptr<uint8_t[]> m_tone_lut;
 
   float m_light_intensity = 0.0f;
   float m_soft_radius = 0.0f;

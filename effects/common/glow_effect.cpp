@@ -191,8 +191,35 @@ class GlowEffect::ScratchLease {
   std::unique_ptr<Scratch> scratch_;
 };
 
-GlowEffect::GlowEffect(CThreadPool* pool, float scale) : EffectBase(pool, scale) {}
+GlowEffect::GlowEffect(CThreadPool* pool, float scale, const CurvePoint* tone_curve,
+                       int32_t points)
+    : EffectBase(pool, scale), m_tone_curve(tone_curve), m_tone_points(points) {}
 GlowEffect::~GlowEffect() = default;
+
+int32_t GlowEffect::ResizeGlow(int32_t width, int32_t height) {
+  const WorkingBuffer buffers[] = {
+      {&m_scaled_hlr, BufferSize::kScaled, PIXEL_BGRA32, false,
+       "[Vantyx] CreateSmartBufferData(m_scaled_hlr, m_scaled_img_w, m_scaled_img_h, PIXEL_BGRA32) Error! - Return Code: %x"},
+      {&m_scaled_src, BufferSize::kScaled, PIXEL_BGRA32, false,
+       "[Vantyx] CreateSmartBufferData(m_scaled_src, m_scaled_img_w, m_scaled_img_h, PIXEL_BGRA32) Error! - Return Code: %x"},
+      {&m_aligned_hlr, BufferSize::kAligned, PIXEL_BGRA32, true,
+       "[Vantyx] CreateSmartBufferData(m_aligned_hlr, m_aligned_img_w, m_aligned_img_h, PIXEL_BGRA32) Error! - Return Code: %x"},
+      {&m_aligned_src, BufferSize::kAligned, PIXEL_BGRA32, true,
+       "[Vantyx] CreateSmartBufferData(m_aligned_src, m_aligned_img_w, m_aligned_img_h, PIXEL_BGRA32) Error! - Return Code: %x"},
+      {&m_scaled_img_f, BufferSize::kScaled, PIXEL_FLOAT96, false,
+       "[Vantyx] CreateSmartBufferData(m_scaled_img_f, m_scaled_img_w, m_scaled_img_h, PIXEL_FLOAT96) Error! - Return Code: %x"},
+      {&m_img_f, BufferSize::kAligned, PIXEL_FLOAT96, true,
+       "[Vantyx] CreateSmartBufferData(m_img_f, m_aligned_img_w, m_aligned_img_h, PIXEL_FLOAT96) Error! - Return Code: %x"},
+  };
+  bool resized = false;
+  const int32_t rc = ResizeBuffers(width, height, buffers, sizeof(buffers) / sizeof(buffers[0]), &resized);
+  if (rc < 0 || !resized) return rc;
+
+  if (!m_tone_lut) m_tone_lut.reset(new uint8_t[256]());
+  BuildToneCurve(m_tone_curve, m_tone_points, m_tone_lut.get(), 256);
+  m_mask_map = BuildMaskMap(m_img_w, m_img_h, m_scaled_img_w, m_scaled_img_h);
+  return VX_OK;
+}
 
 void GlowEffect::Failure::Note(int32_t rc, const char* name) {
   int32_t none = 0;

@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "core/effect_base.h"
+#include "imageops/colour.h"
 #include "imageops/highlight.h"
 
 namespace Vantyx {
@@ -81,7 +82,8 @@ struct GlowSpec {
 
 class GlowEffect : public EffectBase {
  public:
-  explicit GlowEffect(CThreadPool* pool, float scale = 0.5f);
+  // `tone_curve` (`points` knots) fills the family's tone table on each new size.
+  GlowEffect(CThreadPool* pool, float scale, const CurvePoint* tone_curve, int32_t points);
   ~GlowEffect();
   // Fused passes from level 5 (default on). Off: stage by stage at every level.
   void UseFusedPasses(bool on) { m_fused = on; }
@@ -94,7 +96,12 @@ class GlowEffect : public EffectBase {
   SmartBuffer m_aligned_src;
   SmartBuffer m_scaled_img_f;
   SmartBuffer m_img_f;
-  MaskMap m_mask_map;  // rebuilt by the family on each new size
+  MaskMap m_mask_map;
+  std::unique_ptr<uint8_t[]> m_tone_lut;
+
+  // The families' SetImageSize: the six buffers in order; on a new size the tone table and the
+  // mask map are rebuilt.
+  int32_t ResizeGlow(int32_t width, int32_t height);
 
   // The frame stored by StoreFrame through `spec`; returns the first failing stage's code.
   int32_t RunGlow(const GlowSpec& spec);
@@ -130,6 +137,8 @@ class GlowEffect : public EffectBase {
   int32_t BlendRow(const GlowSpec& spec, int32_t y, uint8_t* row, uint8_t* layer,
                    uint8_t* base_copy, Scratch& s, Failure& f);
 
+  const CurvePoint* m_tone_curve;
+  int32_t m_tone_points;
   bool m_fused = true;
   std::mutex m_scratch_mutex;
   std::vector<std::unique_ptr<Scratch>> m_scratch;  // idle scratch, one per strip at most
