@@ -235,14 +235,16 @@ TEST(AmberfadeResult, ResultBlurRadiusClampedByTheHalfSize) {
 // Contrast and gamma at exactly 1.0 leave a random frame as it is. The last gamma is one
 // value for the process: a second object asked for it keeps its own table, still zero, and
 // turns grey black (Yg = 0: B = R = 0 >> 8, G = -32 + 0 < 256); after it builds another gamma
-// the first object, asked for that one, keeps its older table. Objects on two threads race on
-// that value without undefined behaviour (ThreadSanitizer watches).
+// the first object, asked for that one, keeps its older table. A run that ends before the
+// gamma stage (the glow alone, output mode 0) builds nothing and leaves the last gamma.
+// Objects on two threads race on that value without undefined behaviour (ThreadSanitizer
+// watches).
 TEST(AmberfadeGamma, OneLastGammaForTheProcess) {
   AmberfadeEffect::s_last_gamma.store(1.0f);
   Fade a, b;
   ASSERT_EQ(a.effect.SetImageSize(9, 7), VX_OK);
   ASSERT_EQ(b.effect.SetImageSize(9, 7), VX_OK);
-  Image src(9, 7), dst(9, 7);
+  Image src(9, 7), dst(9, 7), other_dst(9, 7);
   src.FillRandom(3);
   for (size_t i = 3; i < src.bytes.size(); i += 4) src.bytes[i] = 255;  // screen keeps opaque pixels
   AmberfadeFullParam p = Neutral(src.Desc(), dst.Desc());
@@ -251,19 +253,19 @@ TEST(AmberfadeGamma, OneLastGammaForTheProcess) {
 
   src.Fill(128);
   for (size_t i = 3; i < src.bytes.size(); i += 4) src.bytes[i] = 255;
-  auto grey = [&](AmberfadeEffect& e, float gamma) {
-    p.gamma = gamma;
+  auto grey = [&](AmberfadeEffect& e, float gamma, int32_t mode = 2) {
+    p.gamma = gamma, p.output_mode = mode;
     EXPECT_EQ(e.ProcessFull(&p), VX_OK);
     return std::vector<int>{dst.bytes[0], dst.bytes[1], dst.bytes[2]};
   };
+  EXPECT_EQ(grey(b.effect, 0.5f, 0), (std::vector<int>{0, 0, 0}));
   EXPECT_EQ(grey(a.effect, 0.5f), (std::vector<int>{64, 63, 64}));
   EXPECT_EQ(grey(b.effect, 0.5f), (std::vector<int>{0, 0, 0}));
   EXPECT_NE(grey(b.effect, 0.25f), (std::vector<int>{0, 0, 0}));
   EXPECT_EQ(grey(a.effect, 0.25f), (std::vector<int>{64, 63, 64}));
 
   std::thread other([&] {
-    Image s2(9, 7), d2(9, 7);
-    AmberfadeFullParam q = Neutral(s2.Desc(), d2.Desc());
+    AmberfadeFullParam q = Neutral(src.Desc(), other_dst.Desc());
     for (int i = 0; i < 20; ++i) {
       q.gamma = 0.3f + 0.01f * float(i);
       EXPECT_EQ(b.effect.ProcessFull(&q), VX_OK);

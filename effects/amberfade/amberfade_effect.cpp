@@ -178,13 +178,6 @@ int32_t AmberfadeEffect::Run() {
       m_hlr_threshold = 200;
     }
   }
-  // Built by the calling thread before any stage reads it. Objects race on the shared value
-  // by design; the atomic only keeps that race defined.
-  if (m_gamma != s_last_gamma.load(std::memory_order_relaxed)) {
-    amberfade::BuildGammaTable(m_gamma, m_gamma_lut.data());
-    s_last_gamma.store(m_gamma, std::memory_order_relaxed);
-  }
-
   GlowSpec spec;
   spec.output_mode = m_output_mode;
   spec.threshold = m_hlr_threshold;
@@ -213,6 +206,17 @@ int32_t AmberfadeEffect::Run() {
     amberfade::BuildContrastTable(contrast, contrast_lut);
     spec.base[0] = RowStage{"apply contrast", &LutRow, contrast_lut};
   }
+  // The table belongs to the gamma stage: a run that ends before it (output modes 0 and 3)
+  // neither builds it nor moves the shared last gamma. Built by the calling thread before the
+  // stage's job; objects race on the shared value by design, the atomic only keeps that race
+  // defined.
+  spec.before_base = [](void* self) {
+    AmberfadeEffect& e = *static_cast<AmberfadeEffect*>(self);
+    if (e.m_gamma == s_last_gamma.load(std::memory_order_relaxed)) return;
+    amberfade::BuildGammaTable(e.m_gamma, e.m_gamma_lut.data());
+    s_last_gamma.store(e.m_gamma, std::memory_order_relaxed);
+  };
+  spec.before_base_ctx = this;
   const Gamma gamma{m_gamma_lut.data(), cpu.simd_level};
   if (m_gamma != 1.0f) spec.base[1] = RowStage{"apply gamma", &GammaRow, &gamma, "adjust gamma"};
   Temperature temperature;

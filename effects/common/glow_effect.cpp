@@ -66,6 +66,7 @@ int32_t GlowEffect::Staged(const GlowSpec& spec) {
     return RunStage("copy blur hlr", frame, Split::kRows,
                     [&](const ProcessRect& s) { return copy_block(aligned_hlr, dst_at_rect, s); });
 
+  if (spec.before_base) spec.before_base(spec.before_base_ctx);
   for (const RowStage& stage : spec.base) VANTYX_STAGE(RowStageOver(stage, aligned_src, frame));
   VANTYX_STAGE(RunStage("blending hlr to result", m_process_rect, Split::kRows, [&](const ProcessRect& s) {
     return blend_block(spec.blend_index, aligned_src, aligned_hlr, dst_at_rect, spec.opacity, s, simd);
@@ -306,6 +307,7 @@ int32_t GlowEffect::Fused(const GlowSpec& spec) {
                      [&](const ProcessRect& s, Scratch& sc, Failure& f) {
                        return GlowRows(spec, s, sc, f);
                      });
+  if (spec.before_base) spec.before_base(spec.before_base_ctx);
   if (!spec.blur)
     return FusedPass("blending hlr to result", m_process_rect, Split::kRows,
                      [&](const ProcessRect& s, Scratch& sc, Failure& f) {

@@ -69,6 +69,10 @@ struct GlowSpec {
   // Full size.
   RowStage layer;    // on the enlarged glow, before it is delivered or blended
   RowStage base[3];  // on the picture before the blend, in order
+  // Run by the calling thread when the frame reaches the base stages (not in output modes 0
+  // and 3, nor after a failure), before any of them: set-up that belongs to those stages.
+  void (*before_base)(void* ctx) = nullptr;
+  void* before_base_ctx = nullptr;
   int32_t blend_index = 0;
   uint32_t opacity = 255;
   bool blur = false;        // blur the blend and mix ("copy blended image to aligned src" on)
