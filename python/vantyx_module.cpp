@@ -346,7 +346,7 @@ class Effect {
   Effect(const Effect&) = delete;
   Effect& operator=(const Effect&) = delete;
 
-  const EffectSpec& Spec() const { return *m_effect; }
+  const EffectSpec& Entry() const { return *m_effect; }
 
   py::array Process(py::handle img, py::handle out, py::handle rect, py::handle mask,
                     const py::kwargs& options) {
@@ -528,10 +528,10 @@ PYBIND11_MODULE(_vantyx, m) {
 
   py::class_<Effect>(m, "Effect", "One effect instance of an engine.")
       .def(py::init<const Engine&, const std::string&>(), py::arg("engine"), py::arg("name"))
-      .def_property_readonly("name", [](const Effect& e) { return e.Spec().name; })
-      .def_property_readonly("title", [](const Effect& e) { return e.Spec().title; })
-      .def_property_readonly("summary", [](const Effect& e) { return e.Spec().summary; })
-      .def_property_readonly("options", [](const Effect& e) { return OptionsOf(e.Spec()); })
+      .def_property_readonly("name", [](const Effect& e) { return e.Entry().name; })
+      .def_property_readonly("title", [](const Effect& e) { return e.Entry().title; })
+      .def_property_readonly("summary", [](const Effect& e) { return e.Entry().summary; })
+      .def_property_readonly("options", [](const Effect& e) { return OptionsOf(e.Entry()); })
       .def("process", &Effect::Process, py::arg("img"), py::kw_only(), py::arg("out") = py::none(),
            py::arg("rect") = py::none(), py::arg("mask") = py::none(),
            "process(img, *, out=None, rect=None, mask=None, **options) -> numpy.ndarray");

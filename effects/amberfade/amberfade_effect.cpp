@@ -178,17 +178,17 @@ int32_t AmberfadeEffect::Run() {
       m_hlr_threshold = 200;
     }
   }
-  GlowSpec spec;
-  spec.output_mode = m_output_mode;
-  spec.threshold = m_hlr_threshold;
+  GlowPlan plan;
+  plan.output_mode = m_output_mode;
+  plan.threshold = m_hlr_threshold;
   // Where the key differs from BlackMist's: the thresholded colour is rescaled only when the
   // knee output is the brighter.
-  spec.rule = SaturationRule::kRescaleWhenBrighter;
+  plan.rule = SaturationRule::kRescaleWhenBrighter;
   const int32_t max_radius = (std::min(m_scaled_img_w, m_scaled_img_h) - 1) / 2;
   const float wanted = std::min(m_blur_radius, float(maxdim) * 0.125f) * m_scale;
-  spec.soft_radius = std::min(max_radius, TruncToInt(2.0f * wanted + 0.5f));
-  spec.light_gain = 2.0f * m_hlr_gain;
-  spec.light_k = kLightCurve;
+  plan.soft_radius = std::min(max_radius, TruncToInt(2.0f * wanted + 0.5f));
+  plan.light_gain = 2.0f * m_hlr_gain;
+  plan.light_k = kLightCurve;
 
   // Cool look: the glow's blue raised and red lowered by the colour parameter.
   RedBlue red_blue{65536, 65536};
@@ -196,51 +196,51 @@ int32_t AmberfadeEffect::Run() {
     const float c = m_colour + 1.0f;
     red_blue = {TruncToInt((1.0f + 0.2f * c) * 65536.0f), TruncToInt((1.0f - 0.1f * c) * 65536.0f)};
   }
-  if (cool) spec.colour = RowStage{"adjust color", &RedBlueRow, &red_blue};
-  if (!cool) spec.layer = RowStage{"apply tone-mapping", &LutRow, m_tone_lut.get()};
+  if (cool) plan.colour = RowStage{"adjust color", &RedBlueRow, &red_blue};
+  if (!cool) plan.layer = RowStage{"apply tone-mapping", &LutRow, m_tone_lut.get()};
 
   // The picture's tones; a factor of exactly 1.0 leaves it as it is.
   const float contrast = m_full_params ? m_contrast : cool ? 0.7f : 1.0f;
   uint8_t contrast_lut[256];
   if (contrast != 1.0f) {
     amberfade::BuildContrastTable(contrast, contrast_lut);
-    spec.base[0] = RowStage{"apply contrast", &LutRow, contrast_lut};
+    plan.base[0] = RowStage{"apply contrast", &LutRow, contrast_lut};
   }
   // The table belongs to the gamma stage: a run that ends before it (output modes 0 and 3)
   // neither builds it nor moves the shared last gamma. Built by the calling thread before the
   // stage's job; objects race on the shared value by design, the atomic only keeps that race
   // defined.
-  spec.before_base = [](void* self) {
+  plan.before_base = [](void* self) {
     AmberfadeEffect& e = *static_cast<AmberfadeEffect*>(self);
     if (e.m_gamma == s_last_gamma.load(std::memory_order_relaxed)) return;
     amberfade::BuildGammaTable(e.m_gamma, e.m_gamma_lut.data());
     s_last_gamma.store(e.m_gamma, std::memory_order_relaxed);
   };
-  spec.before_base_ctx = this;
+  plan.before_base_ctx = this;
   const Gamma gamma{m_gamma_lut.data(), cpu.simd_level};
-  if (m_gamma != 1.0f) spec.base[1] = RowStage{"apply gamma", &GammaRow, &gamma, "adjust gamma"};
+  if (m_gamma != 1.0f) plan.base[1] = RowStage{"apply gamma", &GammaRow, &gamma, "adjust gamma"};
   Temperature temperature;
   temperature.level = cpu.simd_level;
   if (!cool) {
     float fr, fg, fb;
     TemperatureFactors(m_colour * 1000.0f + 5000.0f, &fr, &fg, &fb);
     amberfade::BuildTemperatureTable(fr, fg, fb, &temperature.table);
-    spec.base[2] = RowStage{"adjust color temp", &TemperatureRow, &temperature};
+    plan.base[2] = RowStage{"adjust color temp", &TemperatureRow, &temperature};
   }
 
-  spec.blend_index = BlendIndexForMode(m_blend_mode);
-  spec.opacity = 255;
+  plan.blend_index = BlendIndexForMode(m_blend_mode);
+  plan.opacity = 255;
   // Cool look: the blend blurred and mixed with its blue-weighted copy. Unlike BlackMist's, the
   // radius is clamped by the half-size picture.
-  spec.blur = cool && m_blur_result_on;
-  spec.blur_radius = std::min(max_radius, TruncToInt(2.0f * (m_result_blur_radius * m_scale) + 0.5f));
+  plan.blur = cool && m_blur_result_on;
+  plan.blur_radius = std::min(max_radius, TruncToInt(2.0f * (m_result_blur_radius * m_scale) + 0.5f));
   Blue blue;
   blue.level = cpu.simd_level;
   amberfade::BuildBlueWeights(m_colour, m_full_params ? m_weight_tint : 0.27f,
                               m_full_params ? m_weight_result : 0.73f, &blue.weights);
-  spec.weight = WeightStage{"weighting sum with blue color", &BlueRow, &blue};
+  plan.weight = WeightStage{"weighting sum with blue color", &BlueRow, &blue};
 
-  const int32_t rc = RunGlow(spec);
+  const int32_t rc = RunGlow(plan);
   if (rc < 0) LogStageFailure("total process", rc);
   return rc < 0 ? rc : VX_OK;
 }

@@ -168,36 +168,36 @@ int32_t BlackMistEffect::ProcessFull(const BlackMistFullParam* param) {
 
 int32_t BlackMistEffect::Run() {
   const Preset preset = PresetFor(m_strength);
-  GlowSpec spec;
-  spec.output_mode = m_output_mode;
-  spec.threshold = int32_t(m_hlr_threshold);  // checked: at most 255
-  spec.rule = m_keep_saturation ? SaturationRule::kRescaleWhenLit : SaturationRule::kNone;
+  GlowPlan plan;
+  plan.output_mode = m_output_mode;
+  plan.threshold = int32_t(m_hlr_threshold);  // checked: at most 255
+  plan.rule = m_keep_saturation ? SaturationRule::kRescaleWhenLit : SaturationRule::kNone;
   const int32_t max_radius = (std::min(m_scaled_img_w, m_scaled_img_h) - 1) / 2;
   const float wanted = std::min(preset.radius_factor * m_soft_radius,
                                 float(std::max(m_img_w, m_img_h)) * 0.125f);
-  spec.soft_radius = std::min(max_radius, TruncToInt(2.0f * wanted * m_scale + 0.5f));
-  spec.light_gain = float(2.0 * double(m_light_intensity) * preset.light_factor);
-  spec.light_k = kLightCurve;
-  spec.soft_blur_plain = true;
+  plan.soft_radius = std::min(max_radius, TruncToInt(2.0f * wanted * m_scale + 0.5f));
+  plan.light_gain = float(2.0 * double(m_light_intensity) * preset.light_factor);
+  plan.light_k = kLightCurve;
+  plan.soft_blur_plain = true;
 
   Tint tint{m_tint_amount, m_tint_hue, m_tint_brightness, cpu.simd_level, {}};
   if (!(m_tint_amount == 0.0f && m_tint_hue == 0.0f && m_tint_brightness == 1.0f)) {
     if (Fast()) blackmist::BuildTintTable(m_tint_amount, m_tint_hue, &tint.table);
-    spec.colour = RowStage{"adjust color", &TintRow, &tint};
+    plan.colour = RowStage{"adjust color", &TintRow, &tint};
   }
-  if (m_use_tone_mapping) spec.base[0] = RowStage{"apply tone-mapping", &ToneMapRow, m_tone_lut.get()};
-  spec.blend_index = BlendIndexForMode(m_blend_mode);
-  spec.opacity = m_blend_opacity;
-  spec.blur = m_blur_blended != 0;
+  if (m_use_tone_mapping) plan.base[0] = RowStage{"apply tone-mapping", &ToneMapRow, m_tone_lut.get()};
+  plan.blend_index = BlendIndexForMode(m_blend_mode);
+  plan.opacity = m_blend_opacity;
+  plan.blur = m_blur_blended != 0;
   // The second radius takes m_scale although it blurs full-size rows, and nothing clamps it.
-  spec.blur_radius = TruncToInt(2.0f * m_blend_blur_radius * m_scale + 0.5f);
+  plan.blur_radius = TruncToInt(2.0f * m_blend_blur_radius * m_scale + 0.5f);
   const float weight_blur = m_custom_weights ? m_weight_blur : preset.weight_blur;
   const float weight_src = m_custom_weights ? m_weight_src : preset.weight_src;
   const Weights weights{TruncToInt(weight_blur * 65536.0f), TruncToInt(weight_src * 65536.0f),
                         cpu.simd_level};
-  spec.weight = WeightStage{"weighting sum", &WeightRow, &weights};
+  plan.weight = WeightStage{"weighting sum", &WeightRow, &weights};
 
-  const int32_t rc = RunGlow(spec);
+  const int32_t rc = RunGlow(plan);
   if (rc < 0) LogStageFailure("total process", rc);
   return rc < 0 ? rc : VX_OK;
 }

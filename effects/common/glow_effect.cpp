@@ -28,12 +28,12 @@ ProcessRect PixelRowRect(int32_t pixels) { return ProcessRect{0, 0, uint32_t(pix
 
 // ---- Stage by stage ---------------------------------------------------------------------------
 
-int32_t GlowEffect::RunGlow(const GlowSpec& spec) {
-  if (m_fused && Fast() && Fusable(spec)) return Fused(spec);
-  return Staged(spec);
+int32_t GlowEffect::RunGlow(const GlowPlan& plan) {
+  if (m_fused && Fast() && Fusable(plan)) return Fused(plan);
+  return Staged(plan);
 }
 
-int32_t GlowEffect::Staged(const GlowSpec& spec) {
+int32_t GlowEffect::Staged(const GlowPlan& plan) {
   const ProcessRect frame = FrameRect(), scaled = ScaledRect(), dst_rect = DstRect();
   const int32_t simd = cpu.simd_level;
   const ImageView src = SrcView(), dst_at_rect = DstAtRect(), dst = DstView();
@@ -41,7 +41,7 @@ int32_t GlowEffect::Staged(const GlowSpec& spec) {
 
   VANTYX_STAGE(RunStage("copy src", frame, Split::kRows,
                         [&](const ProcessRect& s) { return copy_block(src, aligned_src, s); }));
-  if (spec.output_mode == 3)
+  if (plan.output_mode == 3)
     return RunStage("copy original image", frame, Split::kRows,
                     [&](const ProcessRect& s) { return copy_block(src, dst_at_rect, s); });
 
@@ -50,41 +50,41 @@ int32_t GlowEffect::Staged(const GlowSpec& spec) {
     const ImageView from = ViewOf(m_scaled_src), to = ViewOf(m_scaled_hlr), mask = MaskView();
     const ImageView* mask_view = HasMask() ? &mask : nullptr;
     VANTYX_STAGE(RunStage("detect hlr", scaled, Split::kRows, [&](const ProcessRect& s) {
-      return detect_highlights(from, to, mask_view, &m_mask_map, spec.threshold, spec.rule, s, simd);
+      return detect_highlights(from, to, mask_view, &m_mask_map, plan.threshold, plan.rule, s, simd);
     }));
   }
-  const int32_t soften = StagedSoften(spec);
+  const int32_t soften = StagedSoften(plan);
   if (soften < 0) {
     LogStageFailure("soften hlr", soften);
     return soften;
   }
-  VANTYX_STAGE(RowStageOver(spec.colour, ViewOf(m_scaled_hlr), scaled));
+  VANTYX_STAGE(RowStageOver(plan.colour, ViewOf(m_scaled_hlr), scaled));
 
   VANTYX_STAGE(Resample("upsampling hlr", m_scaled_hlr, scaled, m_aligned_hlr, frame));
-  VANTYX_STAGE(RowStageOver(spec.layer, aligned_hlr, frame));
-  if (spec.output_mode == 0)
+  VANTYX_STAGE(RowStageOver(plan.layer, aligned_hlr, frame));
+  if (plan.output_mode == 0)
     return RunStage("copy blur hlr", frame, Split::kRows,
                     [&](const ProcessRect& s) { return copy_block(aligned_hlr, dst_at_rect, s); });
 
-  if (spec.before_base) spec.before_base(spec.before_base_ctx);
-  for (const RowStage& stage : spec.base) VANTYX_STAGE(RowStageOver(stage, aligned_src, frame));
+  if (plan.before_base) plan.before_base(plan.before_base_ctx);
+  for (const RowStage& stage : plan.base) VANTYX_STAGE(RowStageOver(stage, aligned_src, frame));
   VANTYX_STAGE(RunStage("blending hlr to result", m_process_rect, Split::kRows, [&](const ProcessRect& s) {
-    return blend_block(spec.blend_index, aligned_src, aligned_hlr, dst_at_rect, spec.opacity, s, simd);
+    return blend_block(plan.blend_index, aligned_src, aligned_hlr, dst_at_rect, plan.opacity, s, simd);
   }));
-  if (!spec.blur) return VX_OK;
+  if (!plan.blur) return VX_OK;
 
   VANTYX_STAGE(RunStage("copy blended image to aligned src", dst_rect, Split::kRows,
                         [&](const ProcessRect& s) { return copy_block(dst, aligned_src, s); }));
-  VANTYX_STAGE(BoxBlur(aligned_src, dst_rect, spec.blur_radius, simd));
-  if (spec.output_mode == 1)
+  VANTYX_STAGE(BoxBlur(aligned_src, dst_rect, plan.blur_radius, simd));
+  if (plan.output_mode == 1)
     return RunStage("copy blur hlr", dst_rect, Split::kRows,
                     [&](const ProcessRect& s) { return copy_block(aligned_src, dst, s); });
 
-  return RunStage(spec.weight.name, dst_rect, Split::kRows, [&](const ProcessRect& s) -> int32_t {
+  return RunStage(plan.weight.name, dst_rect, Split::kRows, [&](const ProcessRect& s) -> int32_t {
     if (!aligned_src.data || !dst.data) return VX_E_POINTER;
     const Area a = Clip(Clip(AreaOf(s), aligned_src), dst);
     for (int32_t y = a.top; y < a.bottom; ++y) {
-      const int32_t rc = spec.weight.run(spec.weight.ctx, aligned_src.At(a.left, y),
+      const int32_t rc = plan.weight.run(plan.weight.ctx, aligned_src.At(a.left, y),
                                          dst.At(a.left, y), a.right - a.left);
       if (rc < 0) return rc;
     }
@@ -94,7 +94,7 @@ int32_t GlowEffect::Staged(const GlowSpec& spec) {
 
 // "soften hlr": the glow in float through the light curve and, for a positive radius, two
 // horizontal and two vertical box blurs, then back to bytes.
-int32_t GlowEffect::StagedSoften(const GlowSpec& spec) {
+int32_t GlowEffect::StagedSoften(const GlowPlan& plan) {
   const ProcessRect scaled = ScaledRect();
   const ImageView hlr = ViewOf(m_scaled_hlr), hlr_f = ViewOf(m_scaled_img_f);
   const int32_t simd = cpu.simd_level;
@@ -102,10 +102,10 @@ int32_t GlowEffect::StagedSoften(const GlowSpec& spec) {
     return convert_u8_to_f32(hlr, hlr_f, 1.0f / 255.0f, 0.0f, s, simd);
   }));
   VANTYX_STAGE(RunStage("adjust light", scaled, Split::kRows, [&](const ProcessRect& s) {
-    return adjust_light_plain(hlr_f, spec.light_gain, spec.light_k, s);
+    return adjust_light_plain(hlr_f, plan.light_gain, plan.light_k, s);
   }));
-  if (spec.soft_radius > 0)
-    VANTYX_STAGE(BoxBlur(hlr_f, scaled, spec.soft_radius, spec.soft_blur_plain ? SIMD_NONE : simd));
+  if (plan.soft_radius > 0)
+    VANTYX_STAGE(BoxBlur(hlr_f, scaled, plan.soft_radius, plan.soft_blur_plain ? SIMD_NONE : simd));
   return RunStage("convert Float to BYTE", scaled, Split::kRows, [&](const ProcessRect& s) {
     return convert_f32_to_u8(hlr_f, hlr, 255.0f, 0.0f, s, simd);
   });
@@ -248,18 +248,18 @@ int32_t SegmentPixels(int32_t columns, int32_t ring_rows) {
 
 }  // namespace
 
-bool GlowEffect::Fusable(const GlowSpec& spec) const {
+bool GlowEffect::Fusable(const GlowPlan& plan) const {
   if (!m_src.data || !m_dst.data || Overlap(m_src, m_dst)) return false;
   if (!m_scaled_hlr.data || !m_scaled_img_f.data || !m_aligned_hlr.data || !m_aligned_src.data)
     return false;
-  if (spec.output_mode == 3) return true;
-  if (m_scaled_img_w < 1 || m_scaled_img_h < 1 || spec.soft_radius < 0) return false;
+  if (plan.output_mode == 3) return true;
+  if (m_scaled_img_w < 1 || m_scaled_img_h < 1 || plan.soft_radius < 0) return false;
   if (HasMask() && (m_mask_map.x0.size() != size_t(m_scaled_img_w) ||
                     m_mask_map.y0.size() != size_t(m_scaled_img_h)))
     return false;
-  if (spec.output_mode == 0) return true;
-  if (spec.blend_index < 0 || spec.blend_index >= kBlendKernelCount) return false;
-  return !spec.blur || (spec.blur_radius >= 0 && spec.blur_radius <= 128);
+  if (plan.output_mode == 0) return true;
+  if (plan.blend_index < 0 || plan.blend_index >= kBlendKernelCount) return false;
+  return !plan.blur || (plan.blur_radius >= 0 && plan.blur_radius <= 128);
 }
 
 template <class Body>
@@ -286,8 +286,8 @@ int32_t GlowEffect::FusedPass(const char* lead, const ProcessRect& rect, Split s
   return rc;
 }
 
-int32_t GlowEffect::Fused(const GlowSpec& spec) {
-  if (spec.output_mode == 3) {
+int32_t GlowEffect::Fused(const GlowPlan& plan) {
+  if (plan.output_mode == 3) {
     const ImageView src = SrcView(), dst_at_rect = DstAtRect();
     return RunStage("copy original image", FrameRect(), Split::kRows,
                     [&](const ProcessRect& s) { return copy_block(src, dst_at_rect, s); });
@@ -295,30 +295,30 @@ int32_t GlowEffect::Fused(const GlowSpec& spec) {
   const ProcessRect scaled = ScaledRect();
   VANTYX_STAGE(FusedPass("downsampling src", scaled, Split::kRows,
                          [&](const ProcessRect& s, Scratch& sc, Failure& f) {
-                           return HalfSizeRows(spec, s, sc, f);
+                           return HalfSizeRows(plan, s, sc, f);
                          }));
-  if (spec.soft_radius > 0)
+  if (plan.soft_radius > 0)
     VANTYX_STAGE(FusedPass("BoxBlurV", scaled, Split::kColumns,
                            [&](const ProcessRect& s, Scratch& sc, Failure& f) {
-                             return HalfSizeColumns(spec, s, sc, f);
+                             return HalfSizeColumns(plan, s, sc, f);
                            }));
-  if (spec.output_mode == 0)
+  if (plan.output_mode == 0)
     return FusedPass("upsampling hlr", m_process_rect, Split::kRows,
                      [&](const ProcessRect& s, Scratch& sc, Failure& f) {
-                       return GlowRows(spec, s, sc, f);
+                       return GlowRows(plan, s, sc, f);
                      });
-  if (spec.before_base) spec.before_base(spec.before_base_ctx);
-  if (!spec.blur)
+  if (plan.before_base) plan.before_base(plan.before_base_ctx);
+  if (!plan.blur)
     return FusedPass("blending hlr to result", m_process_rect, Split::kRows,
                      [&](const ProcessRect& s, Scratch& sc, Failure& f) {
-                       return BlendRows(spec, s, sc, f);
+                       return BlendRows(plan, s, sc, f);
                      });
 
   // A strip blurs rows of its neighbours' too (its halo): it blends them from the caller's
   // destination as it was, so the rows near each strip's edges are kept first, before any
   // strip writes its results. Every pass below cuts the same rectangle into the same strips.
   const ProcessRect dst_rect = DstRect();
-  const int32_t halo = spec.blur_radius > 1 ? 2 * (spec.blur_radius - 1) : 0;
+  const int32_t halo = plan.blur_radius > 1 ? 2 * (plan.blur_radius - 1) : 0;
   if (halo > 0 && m_segmenter.BlockCount() > 1) {
     const ImageView dst = DstView(), kept = ViewOf(m_aligned_hlr);
     VANTYX_STAGE(RunStage("blending hlr to result", dst_rect, Split::kRows, [&](const ProcessRect& s) {
@@ -331,13 +331,13 @@ int32_t GlowEffect::Fused(const GlowSpec& spec) {
   }
   return FusedPass("blending hlr to result", dst_rect, Split::kRows,
                    [&](const ProcessRect& s, Scratch& sc, Failure& f) {
-                     return BlurredBlendRows(spec, s, halo, sc, f);
+                     return BlurredBlendRows(plan, s, halo, sc, f);
                    });
 }
 
 // Half size, one strip of rows: downsampling, key, light curve and both horizontal blurs, four
 // rows at a time. Without a blur the rows go straight back to bytes and through the colour stage.
-int32_t GlowEffect::HalfSizeRows(const GlowSpec& spec, const ProcessRect& strip, Scratch& s,
+int32_t GlowEffect::HalfSizeRows(const GlowPlan& plan, const ProcessRect& strip, Scratch& s,
                                  Failure& f) {
   const int32_t sw = m_scaled_img_w, sh = m_scaled_img_h;
   const int32_t top = int32_t(strip.top), bottom = std::min<int32_t>(int32_t(strip.bottom), sh);
@@ -346,7 +346,7 @@ int32_t GlowEffect::HalfSizeRows(const GlowSpec& spec, const ProcessRect& strip,
   const ImageView mask = MaskView();
   s.resample.Init(src, Area{0, 0, m_img_w, m_img_h}, sw, sh, 0, sw);
   float light[256];
-  LightCurveTable(spec.light_gain, spec.light_k, light);
+  LightCurveTable(plan.light_gain, plan.light_k, light);
   uint8_t glow[256];  // no blur: the light curve straight back to bytes
   for (int32_t b = 0; b < 256; ++b) {
     const float v = 255.0f * light[b] + 0.0f;
@@ -355,7 +355,7 @@ int32_t GlowEffect::HalfSizeRows(const GlowSpec& spec, const ProcessRect& strip,
   const size_t row_floats = size_t(sw) * 3 + 4;  // one pixel more: the fast blur reads 16 bytes
   uint8_t *down = nullptr, *x_rows = nullptr, *h_rows = nullptr;
   s.Carve({{&down, size_t(sw) * 4}, {&x_rows, 4 * row_floats * 4}, {&h_rows, 4 * row_floats * 4}});
-  const int32_t r = spec.soft_radius;
+  const int32_t r = plan.soft_radius;
   for (int32_t y = top; y < bottom; y += 4) {
     const int32_t rows = std::min(4, bottom - y);
     float* x[4];
@@ -366,14 +366,14 @@ int32_t GlowEffect::HalfSizeRows(const GlowSpec& spec, const ProcessRect& strip,
       s.resample.RowSse41(y + k, down);
       uint8_t* key = hlr.Row(y + k);
       const uint8_t* mask_row = HasMask() ? mask.Row(m_mask_map.y0[size_t(y + k)]) : nullptr;
-      HighlightKeyRowSse41(down, key, 0, sw, mask_row, &m_mask_map, spec.threshold, spec.rule);
+      HighlightKeyRowSse41(down, key, 0, sw, mask_row, &m_mask_map, plan.threshold, plan.rule);
       if (r <= 0) {
         for (int32_t i = 0; i < sw; ++i)
           for (int c = 0; c < 3; ++c) key[4 * i + c] = glow[key[4 * i + c]];
-        if (spec.colour.name) {
-          const int32_t rc = spec.colour.run(spec.colour.ctx, key, sw);
+        if (plan.colour.name) {
+          const int32_t rc = plan.colour.run(plan.colour.ctx, key, sw);
           if (rc < 0) {
-            f.Note(rc, spec.colour.name);
+            f.Note(rc, plan.colour.name);
             return rc;
           }
         }
@@ -397,9 +397,9 @@ int32_t GlowEffect::HalfSizeRows(const GlowSpec& spec, const ProcessRect& strip,
 }
 
 // Half size, one strip of columns: both vertical blurs, then bytes and the colour stage.
-int32_t GlowEffect::HalfSizeColumns(const GlowSpec& spec, const ProcessRect& strip, Scratch& s,
+int32_t GlowEffect::HalfSizeColumns(const GlowPlan& plan, const ProcessRect& strip, Scratch& s,
                                     Failure& f) {
-  const int32_t n = m_scaled_img_h, r = spec.soft_radius;
+  const int32_t n = m_scaled_img_h, r = plan.soft_radius;
   const int32_t left = int32_t(strip.left), right = std::min<int32_t>(int32_t(strip.right), m_scaled_img_w);
   if (left >= right || n < 1) return VX_OK;
   const ImageView hlr = ViewOf(m_scaled_hlr), hlr_f = ViewOf(m_scaled_img_f);
@@ -424,10 +424,10 @@ int32_t GlowEffect::HalfSizeColumns(const GlowSpec& spec, const ProcessRect& str
           uint8_t* out = hlr.At(x0, k);
           convert_f32_to_u8_sse41(PixelRow(row, w, PIXEL_FLOAT96), PixelRow(out, w), 255.0f, 0.0f,
                                   PixelRowRect(w));
-          if (spec.colour.name) {
-            const int32_t rc = spec.colour.run(spec.colour.ctx, out, w);
+          if (plan.colour.name) {
+            const int32_t rc = plan.colour.run(plan.colour.ctx, out, w);
             if (rc < 0) {
-              f.Note(rc, spec.colour.name);
+              f.Note(rc, plan.colour.name);
               return rc;
             }
           }
@@ -439,7 +439,7 @@ int32_t GlowEffect::HalfSizeColumns(const GlowSpec& spec, const ProcessRect& str
 }
 
 // Output mode 0: the enlarged glow rows of the process rectangle, into the destination.
-int32_t GlowEffect::GlowRows(const GlowSpec& spec, const ProcessRect& strip, Scratch& s, Failure& f) {
+int32_t GlowEffect::GlowRows(const GlowPlan& plan, const ProcessRect& strip, Scratch& s, Failure& f) {
   const ImageView dst_at_rect = DstAtRect();
   const int32_t left = int32_t(m_process_rect.left), right = int32_t(m_process_rect.right);
   if (left >= right) return VX_OK;
@@ -448,10 +448,10 @@ int32_t GlowEffect::GlowRows(const GlowSpec& spec, const ProcessRect& strip, Scr
   for (int32_t y = int32_t(strip.top); y < int32_t(strip.bottom); ++y) {
     uint8_t* out = dst_at_rect.At(left, y);
     s.resample.RowSse41(y, out);
-    if (spec.layer.name) {
-      const int32_t rc = spec.layer.run(spec.layer.ctx, out, right - left);
+    if (plan.layer.name) {
+      const int32_t rc = plan.layer.run(plan.layer.ctx, out, right - left);
       if (rc < 0) {
-        f.Note(rc, spec.layer.name);
+        f.Note(rc, plan.layer.name);
         return rc;
       }
     }
@@ -462,19 +462,19 @@ int32_t GlowEffect::GlowRows(const GlowSpec& spec, const ProcessRect& strip, Scr
 // One row of the blend: frame row y of the picture (through the base stages) and of the
 // enlarged glow (through the layer stage), blended into `row`, which holds the destination's
 // bytes of that row.
-int32_t GlowEffect::BlendRow(const GlowSpec& spec, int32_t y, uint8_t* row, uint8_t* layer,
+int32_t GlowEffect::BlendRow(const GlowPlan& plan, int32_t y, uint8_t* row, uint8_t* layer,
                              uint8_t* base_copy, Scratch& s, Failure& f) {
   const int32_t left = int32_t(m_process_rect.left), w = int32_t(m_process_rect.right) - left;
   s.resample.RowSse41(y, layer);
-  if (spec.layer.name) {
-    const int32_t rc = spec.layer.run(spec.layer.ctx, layer, w);
+  if (plan.layer.name) {
+    const int32_t rc = plan.layer.run(plan.layer.ctx, layer, w);
     if (rc < 0) {
-      f.Note(rc, spec.layer.name);
+      f.Note(rc, plan.layer.name);
       return rc;
     }
   }
   uint8_t* base = SrcView().At(left, y);
-  for (const RowStage& stage : spec.base) {
+  for (const RowStage& stage : plan.base) {
     if (!stage.name) continue;
     if (base != base_copy) {
       std::memcpy(base_copy, base, size_t(w) * 4);
@@ -486,15 +486,15 @@ int32_t GlowEffect::BlendRow(const GlowSpec& spec, int32_t y, uint8_t* row, uint
       return rc;
     }
   }
-  const int32_t rc = kBlendKernelsSse41[spec.blend_index](PixelRow(base, w), PixelRow(layer, w),
-                                                         PixelRow(row, w), spec.opacity,
+  const int32_t rc = kBlendKernelsSse41[plan.blend_index](PixelRow(base, w), PixelRow(layer, w),
+                                                         PixelRow(row, w), plan.opacity,
                                                          PixelRowRect(w));
   if (rc < 0) f.Note(rc, "blending hlr to result");
   return rc;
 }
 
 // The blend without a blur: each row of the process rectangle blended in place.
-int32_t GlowEffect::BlendRows(const GlowSpec& spec, const ProcessRect& strip, Scratch& s, Failure& f) {
+int32_t GlowEffect::BlendRows(const GlowPlan& plan, const ProcessRect& strip, Scratch& s, Failure& f) {
   const int32_t left = int32_t(m_process_rect.left), right = int32_t(m_process_rect.right);
   if (left >= right) return VX_OK;
   const size_t row_bytes = size_t(right - left) * 4;
@@ -504,7 +504,7 @@ int32_t GlowEffect::BlendRows(const GlowSpec& spec, const ProcessRect& strip, Sc
                   m_img_h, left, right);
   const ImageView dst_at_rect = DstAtRect();
   for (int32_t y = int32_t(strip.top); y < int32_t(strip.bottom); ++y)
-    VANTYX_STAGE(BlendRow(spec, y, dst_at_rect.At(left, y), layer, base, s, f));
+    VANTYX_STAGE(BlendRow(plan, y, dst_at_rect.At(left, y), layer, base, s, f));
   return VX_OK;
 }
 
@@ -512,19 +512,19 @@ int32_t GlowEffect::BlendRows(const GlowSpec& spec, const ProcessRect& strip, Sc
 // rows from `halo` rows above to `halo` rows below, both horizontal blurs of each, then both
 // vertical blurs through rings of rows, and the weighting (or the blurred rows themselves in
 // output mode 1) of the strip's own rows. Coordinates are the destination's.
-int32_t GlowEffect::BlurredBlendRows(const GlowSpec& spec, const ProcessRect& strip, int32_t halo,
+int32_t GlowEffect::BlurredBlendRows(const GlowPlan& plan, const ProcessRect& strip, int32_t halo,
                                      Scratch& s, Failure& f) {
   const ImageView dst = DstView(), kept = ViewOf(m_aligned_hlr);
   const int32_t n = dst.height, w = dst.width, top = int32_t(m_process_rect.top);
   const int32_t y0 = int32_t(strip.top), y1 = std::min(int32_t(strip.bottom), n);
   if (w < 1 || y0 >= y1) return VX_OK;
   const size_t row_bytes = size_t(w) * 4;
-  const int32_t r = spec.blur_radius;
+  const int32_t r = plan.blur_radius;
   auto finish = [&](uint8_t* blurred, uint8_t* blended, int32_t y) -> int32_t {
-    if (spec.output_mode != 1) {
-      const int32_t rc = spec.weight.run(spec.weight.ctx, blurred, blended, w);
+    if (plan.output_mode != 1) {
+      const int32_t rc = plan.weight.run(plan.weight.ctx, blurred, blended, w);
       if (rc < 0) {
-        f.Note(rc, spec.weight.name);
+        f.Note(rc, plan.weight.name);
         return rc;
       }
       blurred = blended;
@@ -539,7 +539,7 @@ int32_t GlowEffect::BlurredBlendRows(const GlowSpec& spec, const ProcessRect& st
     s.resample.Init(ViewOf(m_scaled_hlr), Area{0, 0, m_scaled_img_w, m_scaled_img_h}, m_img_w,
                     m_img_h, int32_t(m_process_rect.left), int32_t(m_process_rect.right));
     for (int32_t y = y0; y < y1; ++y) {
-      VANTYX_STAGE(BlendRow(spec, y + top, dst.Row(y), layer, base, s, f));
+      VANTYX_STAGE(BlendRow(plan, y + top, dst.Row(y), layer, base, s, f));
       std::memcpy(copy, dst.Row(y), row_bytes);
       VANTYX_STAGE(finish(copy, dst.Row(y), y));
     }
@@ -568,7 +568,7 @@ int32_t GlowEffect::BlurredBlendRows(const GlowSpec& spec, const ProcessRect& st
   for (int32_t b = b0; b < b1; ++b) {
     uint8_t* blended = slot(ring_b, cap_b, b, b0);
     std::memcpy(blended, b >= y0 && b < y1 ? dst.Row(b) : kept.Row(b), row_bytes);
-    VANTYX_STAGE(BlendRow(spec, b + top, blended, layer, base, s, f));
+    VANTYX_STAGE(BlendRow(plan, b + top, blended, layer, base, s, f));
     uint8_t* h = slot(ring_h, cap_h, b, b0);
     detail::BoxBlurBgraRowSse41(blended, h1, w, r);
     detail::BoxBlurBgraRowSse41(h1, h, w, r);

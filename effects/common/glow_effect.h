@@ -1,6 +1,6 @@
 // The glow-layer pipeline that BlackMist and Amberfade share: the highlights keyed and softened
 // at half size, enlarged and blended over the picture, the blend optionally blurred and mixed
-// back. A family describes its frame in a GlowSpec (its key rule, its colour and tone stages,
+// back. A family describes its frame in a GlowPlan (its key rule, its colour and tone stages,
 // its final weighting) and calls RunGlow.
 //
 // RunGlow runs the named stages one after another (the reference, and what runs below
@@ -52,7 +52,7 @@ struct WeightStage {
 ImageView PixelRow(uint8_t* row, int32_t pixels, uint32_t format = PIXEL_BGRA32);
 ProcessRect PixelRowRect(int32_t pixels);
 
-struct GlowSpec {
+struct GlowPlan {
   // Output mode: 0 the enlarged glow, 1 the blurred blend, 2 the weighted mix, 3 the source.
   int32_t output_mode = 2;
 
@@ -103,8 +103,8 @@ class GlowEffect : public EffectBase {
   // mask map are rebuilt.
   int32_t ResizeGlow(int32_t width, int32_t height);
 
-  // The frame stored by StoreFrame through `spec`; returns the first failing stage's code.
-  int32_t RunGlow(const GlowSpec& spec);
+  // The frame stored by StoreFrame through `plan`; returns the first failing stage's code.
+  int32_t RunGlow(const GlowPlan& plan);
 
  private:
   struct Scratch;
@@ -116,25 +116,25 @@ class GlowEffect : public EffectBase {
   };
 
   // Stage by stage.
-  int32_t Staged(const GlowSpec& spec);
-  int32_t StagedSoften(const GlowSpec& spec);
+  int32_t Staged(const GlowPlan& plan);
+  int32_t StagedSoften(const GlowPlan& plan);
   int32_t BoxBlur(const ImageView& image, const ProcessRect& rect, int32_t radius, int32_t level);
   int32_t Resample(const char* stage, const SmartBuffer& from, const ProcessRect& from_rect,
                    SmartBuffer& to, const ProcessRect& to_rect);
   int32_t RowStageOver(const RowStage& stage, const ImageView& image, const ProcessRect& rect);
 
   // Fused.
-  bool Fusable(const GlowSpec& spec) const;
-  int32_t Fused(const GlowSpec& spec);
+  bool Fusable(const GlowPlan& plan) const;
+  int32_t Fused(const GlowPlan& plan);
   template <class Body>
   int32_t FusedPass(const char* lead, const ProcessRect& rect, Split split, const Body& body);
-  int32_t HalfSizeRows(const GlowSpec& spec, const ProcessRect& strip, Scratch& s, Failure& f);
-  int32_t HalfSizeColumns(const GlowSpec& spec, const ProcessRect& strip, Scratch& s, Failure& f);
-  int32_t GlowRows(const GlowSpec& spec, const ProcessRect& strip, Scratch& s, Failure& f);
-  int32_t BlendRows(const GlowSpec& spec, const ProcessRect& strip, Scratch& s, Failure& f);
-  int32_t BlurredBlendRows(const GlowSpec& spec, const ProcessRect& strip, int32_t halo,
+  int32_t HalfSizeRows(const GlowPlan& plan, const ProcessRect& strip, Scratch& s, Failure& f);
+  int32_t HalfSizeColumns(const GlowPlan& plan, const ProcessRect& strip, Scratch& s, Failure& f);
+  int32_t GlowRows(const GlowPlan& plan, const ProcessRect& strip, Scratch& s, Failure& f);
+  int32_t BlendRows(const GlowPlan& plan, const ProcessRect& strip, Scratch& s, Failure& f);
+  int32_t BlurredBlendRows(const GlowPlan& plan, const ProcessRect& strip, int32_t halo,
                            Scratch& s, Failure& f);
-  int32_t BlendRow(const GlowSpec& spec, int32_t y, uint8_t* row, uint8_t* layer,
+  int32_t BlendRow(const GlowPlan& plan, int32_t y, uint8_t* row, uint8_t* layer,
                    uint8_t* base_copy, Scratch& s, Failure& f);
 
   const CurvePoint* m_tone_curve;
