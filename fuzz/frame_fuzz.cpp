@@ -444,7 +444,9 @@ void ReadAmberfade(Reader& in, const Frame& frame, Call& c) {
     const int32_t max8 = (frame.w > frame.h ? frame.w : frame.h) / 8;
     p.hlr_gain = in.Float(0.0f, 2.0f);
     p.blur_radius = in.Float(0.0f, float(max8));
-    p.hlr_threshold = vantyx_fuzz::I32FromCode(in.Byte()) - 100;
+    // Ordinary codes reach below 0; the special ones keep the 32-bit edges.
+    const uint8_t threshold = in.Byte();
+    p.hlr_threshold = vantyx_fuzz::I32FromCode(threshold) - (threshold < 249 ? 100 : 0);
     p.weight_tint = in.Float(-1.0f, 2.0f);
     p.weight_result = in.Float(-1.0f, 2.0f);
     p.contrast = in.Float(-2.0f, 4.0f);

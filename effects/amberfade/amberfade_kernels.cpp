@@ -21,7 +21,8 @@ inline uint8_t ClampByte(int64_t v) { return uint8_t(std::clamp<int64_t>(v, 0, 2
 }  // namespace
 
 void BuildGammaTable(float gamma, uint32_t* table) {
-  const double exponent = 1.0 / double(gamma);
+  // -0 passes the range check as 0 does and means the same; 1 / -0 would make the table infinite.
+  const double exponent = 1.0 / double(gamma == 0.0f ? 0.0f : gamma);
   for (int32_t i = 0; i < kGammaSize; ++i)
     table[i] = uint32_t(std::pow(double(i) / 16383.0, exponent) * 65536.0);
 }
