@@ -10,14 +10,21 @@
 //   in single precision; see blend_sse41.cpp for why that is exact),
 //   DivU255(n): n / 255 for n in 0..65535 (the fast form multiplies and shifts),
 //   Sqrt255(b): floor(sqrt(255 * b)) for b in 0..255,
+//   DivConst<d, limit>(n): n / d for a constant d and n in 0..limit (the fast form multiplies
+//   and shifts, with a multiplier found and checked at compile time: FindMulShift),
 //   MakeDivisor(d) and DivBy(n, divisor): Div(n, d) for the composite's divisor d in 1..255,
-//   prepared once per pixel because the three channels share it.
+//   prepared once per pixel because the three channels share it,
+//   Luma(r, g, b): (19660 r + 38665 g + 7209 b) >> 16 (the highlight keys' weights) for
+//   channels in 0..255,
+//   HueRatio(n, c): n x 256 / c truncated toward zero, for 1 <= c <= 255 and |n| <= c.
 // Both sides of a Select are always evaluated, so every divisor is kept >= 1 in both.
 //
 // The fast form also runs the narrow modes (kNarrow) on eight pixels of 16-bit lanes. A
-// narrow mode's F lies within 0..255 and each of its steps does too, within -255..510 before
-// a limit, or (products and DivU255 inputs) within 0..65025; its lanes wrap at 16 bits and
-// compare as signed values, so those ranges give the same results as 32-bit lanes.
+// narrow mode's F lies within 0..255 and each of its steps does too, within -255..1791 before
+// a limit, or (products, DivU255 and DivConst inputs, right shifts) within 0..65535; its lanes
+// wrap at 16 bits, compare as signed values and shift right as unsigned ones, so those ranges
+// give the same results as 32-bit lanes. The products that need more bits (luma, the hue's
+// x 256) are primitives of each form.
 #pragma once
 
 #include <cstdint>
@@ -70,8 +77,29 @@ inline bool Or(bool a, bool b) { return a || b; }
 inline int32_t Select(bool m, int32_t t, int32_t f) { return m ? t : f; }
 inline int32_t Div(int32_t n, int32_t d) { return n / d; }
 inline int32_t DivU255(int32_t n) { return n / 255; }
+template <int32_t D, int32_t kLimit> inline int32_t DivConst(int32_t n) { return n / D; }
 inline int32_t MakeDivisor(int32_t d) { return d; }
 inline int32_t DivBy(int32_t n, int32_t d) { return n / d; }
+inline int32_t Luma(int32_t r, int32_t g, int32_t b) {
+  return (r * 19660 + g * 38665 + b * 7209) >> 16;
+}
+inline int32_t HueRatio(int32_t n, int32_t c) { return n * 256 / c; }
+
+// n / d as (n x m) >> (16 + s) with m below 2^16, exact for every n in 0..limit; s = -1 when
+// no such m exists. Evaluated at compile time, so the search is also the proof.
+struct MulShift {
+  int32_t m, s;
+};
+constexpr MulShift FindMulShift(int32_t d, int32_t limit) {
+  for (int32_t s = 0; s < 16; ++s) {
+    const int64_t m = ((int64_t{1} << (16 + s)) + d - 1) / d;
+    if (m > 65535) break;
+    bool exact = true;
+    for (int32_t n = 0; n <= limit && exact; ++n) exact = ((n * m) >> (16 + s)) == n / d;
+    if (exact) return MulShift{static_cast<int32_t>(m), s};
+  }
+  return MulShift{0, -1};
+}
 
 struct Sqrt255Table {
   uint8_t v[256];
@@ -90,11 +118,6 @@ inline int32_t Sqrt255(int32_t b) { return kSqrt255.v[b]; }
 
 template <class V> VANTYX_BLEND_INLINE V Clamp255(V v) { return Min(Max(v, V(0)), V(255)); }
 
-// Luma with the 16.16 weights of the highlight keys (R, G, B).
-template <class V> VANTYX_BLEND_INLINE V Luma(V r, V g, V b) {
-  return (r * V(19660) + g * V(38665) + b * V(7209)) >> 16;
-}
-
 // Channels are ordered B, G, R as in memory.
 template <class V> VANTYX_BLEND_INLINE V Chroma(const V* p) {
   return Max(p[0], Max(p[1], p[2])) - Min(p[0], Min(p[1], p[2]));
@@ -108,15 +131,16 @@ template <class V> VANTYX_BLEND_INLINE V Hue(const V* p, V c) {
   const auto is_g = Eq(m, g);
   const V num = Select(is_r, g - b, Select(is_g, b - r, r - g));
   const V base = Select(is_r, V(1536), Select(is_g, V(512), V(1024)));
-  V h = Div(num * V(256), Max(c, V(1))) + base;
+  V h = HueRatio(num, Max(c, V(1))) + base;
   h = Select(Ge(h, V(1536)), h - V(1536), h);
   return Select(Lt(c, V(1)), V(0), h);
 }
 
-// Chroma limited by luma so that very dark and very bright results stay near grey.
+// Chroma limited by luma so that very dark and very bright results stay near grey. With c and
+// y in 0..255 the chosen quotient's numerator is at most 255 x 59 or 74 x 255.
 template <class V> VANTYX_BLEND_INLINE V LimitChromaByLuma(V c, V y) {
-  return Select(Le(y, V(59)), Div(c * y, V(60)),
-                Select(Ge(y, V(181)), Div((V(255) - y) * c, V(75)), c));
+  return Select(Le(y, V(59)), DivConst<60, 255 * 59>(c * y),
+                Select(Ge(y, V(181)), DivConst<75, 74 * 255>((V(255) - y) * c), c));
 }
 
 // The colour of hue h, chroma c and luma y, written into out as B, G, R. For c = 0 this is
@@ -276,8 +300,9 @@ struct GrainMergeF : Narrow {
   template <class V> static V F(V b, V l) { return Clamp255(b + l - V(128)); }
 };
 
-// Non-separable modes in the hue-chroma-luma model.
-struct NonSeparable : Wide {
+// Non-separable modes in the hue-chroma-luma model; their F is a clamped colour or a copied
+// pixel, so they are narrow.
+struct NonSeparable : Narrow {
   static constexpr bool kAlphaOnly = false;
 };
 
@@ -288,7 +313,7 @@ struct ColourOp : NonSeparable {
     const V y = Luma(base[2], base[1], base[0]);
     const V cl = Chroma(layer);
     const V h = Hue(layer, cl);
-    V c = Select(Lt(cb, V(5)), Div(cl * cb, V(5)), cl);
+    V c = Select(Lt(cb, V(5)), DivConst<5, 255 * 4>(cl * cb), cl);
     c = LimitChromaByLuma(c, y);
     ColourFromHcy(h, c, y, f);
   }

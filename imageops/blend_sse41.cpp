@@ -9,16 +9,16 @@
 // error is below one ulp, at most |n/d| x 2^-23 < 1/d, so truncation still lands on
 // trunc(n/d). This holds in every rounding mode (a host may change MXCSR), and no operand is
 // ever subnormal. The kernels' numerators stay within -65280..130050 for divisors 1..255, plus
-// -129276..0 over 255 in soft light's polynomial; test_blend checks these ranges
-// exhaustively. Divisions by 255 of numerators known to lie in 0..65535 use an exact multiply
-// and shift instead (DivU255). Sqrt255 uses sqrtps, correctly rounded, whose truncation is
-// floor(sqrt(255 b)) for all 256 inputs (also checked).
+// -129276..0 over 255 in soft light's polynomial. Divisions by 255 of numerators known to lie
+// in 0..65535 use an exact multiply and shift instead (DivU255), as do the constant divisors
+// of the hue modes (DivConst). Sqrt255 uses sqrtps, correctly rounded, whose truncation is
+// floor(sqrt(255 b)) for all 256 inputs.
 //
-// Divisions in 16-bit lanes (numerator n in 0..65535, divisor d in 1..255): with
-// r = min(65536 / d, 65535) the high half of n x r is q0 = floor(n r / 65536), which is
-// floor(n/d) or one less, because 65536/d - r is at most 1 and n below 65536; one compare of
-// the remainder n - q0 d against d corrects it. r comes from one float division per pixel
-// (exact by the argument above), shared by the three channels. test_blend checks every (n, d).
+// Divisions in 16-bit lanes (numerator n in 0..65535, divisor d in 1..255; the narrow
+// composite and the hue ratio): with r = min(65536 / d, 65535) the high half of n x r is
+// q0 = floor(n r / 65536), which is floor(n/d) or one less, because 65536/d - r is at most 1
+// and n below 65536; one compare of the remainder n - q0 d against d corrects it. r comes from
+// one float division per pixel (exact by the argument above), shared by the three channels.
 #include <smmintrin.h>
 
 #include <cstring>
@@ -83,7 +83,7 @@ struct M8 {
   __m128i v;
 };
 
-// Lanes wrap at 16 bits; comparisons, Min, Max, Abs and >> treat them as signed.
+// Lanes wrap at 16 bits; comparisons, Min, Max and Abs treat them as signed, >> as unsigned.
 struct V8 {
   __m128i v;
   V8() = default;
@@ -95,7 +95,7 @@ inline V8 operator+(V8 a, V8 b) { return V8(_mm_add_epi16(a.v, b.v)); }
 inline V8 operator-(V8 a, V8 b) { return V8(_mm_sub_epi16(a.v, b.v)); }
 inline V8 operator*(V8 a, V8 b) { return V8(_mm_mullo_epi16(a.v, b.v)); }
 inline V8 operator&(V8 a, V8 b) { return V8(_mm_and_si128(a.v, b.v)); }
-inline V8 operator>>(V8 a, int s) { return V8(_mm_srai_epi16(a.v, s)); }
+inline V8 operator>>(V8 a, int s) { return V8(_mm_srli_epi16(a.v, s)); }
 inline V8 Min(V8 a, V8 b) { return V8(_mm_min_epi16(a.v, b.v)); }
 inline V8 Max(V8 a, V8 b) { return V8(_mm_max_epi16(a.v, b.v)); }
 inline V8 Abs(V8 a) { return V8(_mm_abs_epi16(a.v)); }
@@ -129,6 +129,28 @@ inline V8 DivBy(V8 n, const Divisor8& d) {
   const __m128i q0 = _mm_mulhi_epu16(n.v, d.r);
   const __m128i rem = _mm_sub_epi16(n.v, _mm_mullo_epi16(q0, d.d));
   return V8(_mm_sub_epi16(q0, _mm_cmpgt_epi16(rem, d.d_minus_1)));
+}
+// n read as unsigned, as in DivU255; lanes beyond the limit give unused values.
+template <int32_t D, int32_t kLimit> inline V8 DivConst(V8 n) {
+  constexpr MulShift k = FindMulShift(D, kLimit);
+  static_assert(k.s >= 0, "no 16-bit multiplier is exact over this range");
+  return V8(_mm_srli_epi16(_mm_mulhi_epu16(n.v, _mm_set1_epi16(static_cast<int16_t>(k.m))), k.s));
+}
+// |n| x 256 lies within 0..65280, so the quotient of magnitudes is DivBy's; the sign follows.
+inline V8 HueRatio(V8 n, V8 c) {
+  const V8 m = DivBy(V8(_mm_slli_epi16(_mm_abs_epi16(n.v), 8)), MakeDivisor(c));
+  return V8(_mm_sign_epi16(m.v, n.v));
+}
+// The weights as signed 16-bit multipliers of pmaddwd: 38665 g = 32767 g + 5898 g, taken in
+// pairs (r, g) and (b, g); the sums reach 255 x 65534, well inside 32 bits.
+inline V8 Luma(V8 r, V8 g, V8 b) {
+  const __m128i w_rg = _mm_set1_epi32((32767 << 16) | 19660);
+  const __m128i w_bg = _mm_set1_epi32((5898 << 16) | 7209);
+  const __m128i lo = _mm_add_epi32(_mm_madd_epi16(_mm_unpacklo_epi16(r.v, g.v), w_rg),
+                                   _mm_madd_epi16(_mm_unpacklo_epi16(b.v, g.v), w_bg));
+  const __m128i hi = _mm_add_epi32(_mm_madd_epi16(_mm_unpackhi_epi16(r.v, g.v), w_rg),
+                                   _mm_madd_epi16(_mm_unpackhi_epi16(b.v, g.v), w_bg));
+  return V8(_mm_packs_epi32(_mm_srli_epi32(lo, 16), _mm_srli_epi32(hi, 16)));
 }
 
 inline void Unpack(__m128i p, V4* c) {
