@@ -14,9 +14,12 @@ void KeyedLayerEffect::BuildMidtoneCurve(uint8_t* table) {
   BuildToneCurve(points, 4, table, 256);
 }
 
+int32_t KeyedLayerEffect::Resize(const char* name, const ImageView& from, const ImageView& to) {
+  return ResampleStage(name, from, to, Fast() ? "resize buffer SSE" : "resize buffer");
+}
+
 int32_t KeyedLayerEffect::Resize(const char* name, const SmartBuffer& from, SmartBuffer& to) {
-  return ResampleStage(name, ViewOf(from), ViewOf(to),
-                       Fast() ? "resize buffer SSE" : "resize buffer");
+  return Resize(name, ViewOf(from), ViewOf(to));
 }
 
 int32_t KeyedLayerEffect::Show(const char* name, const ImageView& layer, int32_t slot) {

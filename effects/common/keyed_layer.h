@@ -26,6 +26,7 @@ class KeyedLayerEffect : public EffectBase {
   // "resize buffer": the whole of `from` onto the whole of `to` (logical sizes). A failure logs
   // the kernel's name ("resize buffer" or "resize buffer SSE"), then `name`.
   int32_t Resize(const char* name, const SmartBuffer& from, SmartBuffer& to);
+  int32_t Resize(const char* name, const ImageView& from, const ImageView& to);
 
   // Lays `layer` (frame coordinates) over the source into the destination with `slot` and
   // m_opacity, over the process rectangle, in strips of rows. Where the layer is transparent,

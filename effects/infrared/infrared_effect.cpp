@@ -4,7 +4,6 @@
 
 #include "effects/infrared/infrared_kernels.h"
 #include "engine/effect_factory.h"
-#include "imageops/copy_convert.h"
 #include "imageops/pixel_ops.h"
 
 namespace Vantyx {
@@ -143,12 +142,12 @@ int32_t InfraredEffect::Run() {
   return rc < 0 ? rc : VX_OK;
 }
 
-// The stages, in order. The frame stage covers (0, 0, w, h); the half-size stages cover the
-// whole of the half-size buffers. A view that is shown does not stop the stages after it.
+// The stages, in order. The half-size stages cover the whole of the half-size buffers. A view
+// that is shown does not stop the stages after it.
 int32_t InfraredEffect::Pipeline() {
-  const ProcessRect frame = FrameRect(), scaled = ScaledRect();
+  const ProcessRect scaled = ScaledRect();
   const int32_t simd = cpu.simd_level, view = m_debug_view;
-  const ImageView src = SrcView(), copy = ViewOf(m_adjusted_src), small = ViewOf(m_scaled_hlr);
+  const ImageView src = SrcView(), small = ViewOf(m_scaled_hlr);
   const ImageView hue = ViewOf(m_extracted_hue), background = ViewOf(m_background);
   const ImageView sum = ViewOf(m_scaled_output);
   const infrared::HueBand band = infrared::MakeHueBand(m_hue_start, m_hue_range, m_hue_tolerance);
@@ -158,10 +157,9 @@ int32_t InfraredEffect::Pipeline() {
   using namespace infrared;  // NOLINT(build/namespaces): the family's own kernels
   using Strip = const ProcessRect&;
 
-  VANTYX_STAGE(RunStage("copy src", frame, Split::kRows, [&](Strip s) {
-    return copy_block(src, copy, s);
-  }));
-  VANTYX_STAGE(Resize("downsampling hlr", m_adjusted_src, m_scaled_hlr));
+  // "copy src" would fill m_adjusted_src, whose logical size is the frame's, for the
+  // downsampling alone: it reads the source itself, the same pixels, and the copy is skipped.
+  VANTYX_STAGE(Resize("downsampling hlr", src, small));
   if (m_show_original == 1) return Show("see the original input", src, 14);
   VANTYX_STAGE(RunStage("extract certain range of hue pixel", scaled, Split::kRows, [&](Strip s) {
     return extract_hue_band(small, hue, band, s, simd);
