@@ -12,6 +12,9 @@ namespace Vantyx {
 int32_t apply_lut_bgr(const ImageView& img, const uint8_t* lut, const ProcessRect& strip,
                       int32_t simd_level);
 int32_t apply_lut_bgr_plain(const ImageView& img, const uint8_t* lut, const ProcessRect& strip);
+// The same from `from` into `to` (alpha copied): a copy and the table in one pass.
+int32_t apply_lut_bgr_to(const ImageView& from, const ImageView& to, const uint8_t* lut,
+                         const ProcessRect& strip);
 
 // dst colour = (other x w1 + dst x w2) / 65536, 255 once the sum reaches 0xFF0000, 0 below 0;
 // dst alpha kept. Both BGRA32.

@@ -26,6 +26,10 @@ int32_t LutRow(const void* lut, uint8_t* row, int32_t pixels) {
   return apply_lut_bgr_plain(PixelRow(row, pixels), static_cast<const uint8_t*>(lut),
                              PixelRowRect(pixels));
 }
+int32_t LutRowTo(const void* lut, const uint8_t* from, uint8_t* to, int32_t pixels) {
+  return apply_lut_bgr_to(PixelRow(const_cast<uint8_t*>(from), pixels), PixelRow(to, pixels),
+                          static_cast<const uint8_t*>(lut), PixelRowRect(pixels));
+}
 
 struct RedBlue {
   int32_t fb16, fr16;
@@ -204,7 +208,7 @@ int32_t AmberfadeEffect::Run() {
   uint8_t contrast_lut[256];
   if (contrast != 1.0f) {
     amberfade::BuildContrastTable(contrast, contrast_lut);
-    plan.base[0] = RowStage{"apply contrast", &LutRow, contrast_lut};
+    plan.base[0] = RowStage{"apply contrast", &LutRow, contrast_lut, nullptr, &LutRowTo};
   }
   // The table belongs to the gamma stage: a run that ends before it (output modes 0 and 3)
   // neither builds it nor moves the shared last gamma. Built by the calling thread before the

@@ -27,6 +27,10 @@ int32_t ToneMapRow(const void* lut, uint8_t* row, int32_t pixels) {
   return apply_lut_bgr_plain(PixelRow(row, pixels), static_cast<const uint8_t*>(lut),
                              PixelRowRect(pixels));
 }
+int32_t ToneMapRowTo(const void* lut, const uint8_t* from, uint8_t* to, int32_t pixels) {
+  return apply_lut_bgr_to(PixelRow(const_cast<uint8_t*>(from), pixels), PixelRow(to, pixels),
+                          static_cast<const uint8_t*>(lut), PixelRowRect(pixels));
+}
 
 struct Tint {
   float amount, hue, brightness;
@@ -185,7 +189,8 @@ int32_t BlackMistEffect::Run() {
     if (Fast()) blackmist::BuildTintTable(m_tint_amount, m_tint_hue, &tint.table);
     plan.colour = RowStage{"adjust color", &TintRow, &tint};
   }
-  if (m_use_tone_mapping) plan.base[0] = RowStage{"apply tone-mapping", &ToneMapRow, m_tone_lut.get()};
+  if (m_use_tone_mapping)
+    plan.base[0] = RowStage{"apply tone-mapping", &ToneMapRow, m_tone_lut.get(), nullptr, &ToneMapRowTo};
   plan.blend_index = BlendIndexForMode(m_blend_mode);
   plan.opacity = m_blend_opacity;
   plan.blur = m_blur_blended != 0;
