@@ -457,35 +457,43 @@ struct DivideBy {
   __m128i Round(__m128i s) const {
     return Divide<kExact>(_mm_add_epi16(s, half), m, shift, c, c_minus_1);
   }
+  // The same of sums that already hold the half.
+  template <bool kExact>
+  __m128i Quotient(__m128i s_and_half) const {
+    return Divide<kExact>(s_and_half, m, shift, c, c_minus_1);
+  }
 };
 
 // Middle of a row (a full window of 2r - 1 everywhere): pixels [from, to), four per step, the
-// sums in 16-bit lanes (a window of at most 255 bytes sums to at most 65025). The four steps'
-// differences d = x[i + r - 1] - x[i - r] are summed as prefixes: [d0, d0 + d1] and
-// [d2, d2 + d3] per half, each added to the running sum of the pixel before.
+// sums in 16-bit lanes (a window of at most 255 bytes sums to at most 65025, 65152 with the
+// rounding half, which the running sum carries so that only the division is left per step).
+// The differences d = x[i + r - 1] - x[i - r] come from one multiply-add of the interleaved
+// bytes by (1, -1); the four steps' d are summed as prefixes, [d0, d0 + d1] and
+// [d2 + d0 + d1, d2 + d3 + d0 + d1] per half, so that only one addition a step carries over
+// (16-bit sums wrap alike in any order).
 template <bool kExact>
 void BgraMiddle(const uint8_t* x, uint8_t* out, int32_t from, int32_t to, int32_t r, __m128i* sum,
                 const DivideBy& div) {
-  const __m128i zero = _mm_setzero_si128();
-  __m128i s16 = _mm_packus_epi32(*sum, *sum);  // [S, S] of the pixel before `from`
+  const __m128i plus_minus = _mm_set1_epi16(static_cast<int16_t>(0xFF01));  // bytes 1, -1
+  __m128i s16 = _mm_add_epi16(_mm_packus_epi32(*sum, *sum), div.half);  // of the pixel before
   int32_t i = from;
   const uint8_t* in = x + 4 * (i + r - 1);
   const uint8_t* old = x + 4 * (i - r);
   for (; i + 4 <= to; i += 4, in += 16, old += 16) {
     const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
     const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(old));
-    __m128i d01 = _mm_sub_epi16(_mm_unpacklo_epi8(a, zero), _mm_unpacklo_epi8(b, zero));
-    __m128i d23 = _mm_sub_epi16(_mm_unpackhi_epi8(a, zero), _mm_unpackhi_epi8(b, zero));
+    __m128i d01 = _mm_maddubs_epi16(_mm_unpacklo_epi8(a, b), plus_minus);
+    __m128i d23 = _mm_maddubs_epi16(_mm_unpackhi_epi8(a, b), plus_minus);
     d01 = _mm_add_epi16(d01, _mm_slli_si128(d01, 8));
-    d23 = _mm_add_epi16(d23, _mm_slli_si128(d23, 8));
+    d23 = _mm_add_epi16(_mm_add_epi16(d23, _mm_slli_si128(d23, 8)), _mm_unpackhi_epi64(d01, d01));
     const __m128i s01 = _mm_add_epi16(s16, d01);
-    const __m128i s23 = _mm_add_epi16(_mm_unpackhi_epi64(s01, s01), d23);
-    s16 = _mm_unpackhi_epi64(s23, s23);
-    const __m128i q = _mm_packus_epi16(div.Round<kExact>(s01), div.Round<kExact>(s23));
+    const __m128i s23 = _mm_add_epi16(s16, d23);
+    s16 = _mm_add_epi16(s16, _mm_unpackhi_epi64(d23, d23));
+    const __m128i q = _mm_packus_epi16(div.Quotient<kExact>(s01), div.Quotient<kExact>(s23));
     const __m128i orig = _mm_loadu_si128(reinterpret_cast<const __m128i*>(x + 4 * i));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4 * i), _mm_blendv_epi8(q, orig, AlphaBytes()));
   }
-  __m128i s = _mm_cvtepu16_epi32(s16);
+  __m128i s = _mm_cvtepu16_epi32(_mm_sub_epi16(s16, div.half));
   const __m128 full = _mm_set1_ps(static_cast<float>(2 * r - 1));
   for (; i < to; ++i, in += 4, old += 4) {
     s = _mm_add_epi32(s, _mm_sub_epi32(Widen(in), Widen(old)));
@@ -504,12 +512,17 @@ void ColumnRow16(uint16_t* s, const uint8_t* add, const uint8_t* sub, const uint
   for (; k + 16 <= bytes; k += 16) {
     __m128i lo = _mm_load_si128(reinterpret_cast<const __m128i*>(s + k));
     __m128i hi = _mm_load_si128(reinterpret_cast<const __m128i*>(s + k + 8));
-    if (kAdd) {
+    if (kAdd && kSub) {  // add - sub from one multiply-add of the interleaved bytes by (1, -1)
+      const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(add + k));
+      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sub + k));
+      const __m128i plus_minus = _mm_set1_epi16(static_cast<int16_t>(0xFF01));
+      lo = _mm_add_epi16(lo, _mm_maddubs_epi16(_mm_unpacklo_epi8(a, b), plus_minus));
+      hi = _mm_add_epi16(hi, _mm_maddubs_epi16(_mm_unpackhi_epi8(a, b), plus_minus));
+    } else if (kAdd) {
       const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(add + k));
       lo = _mm_add_epi16(lo, _mm_unpacklo_epi8(a, zero));
       hi = _mm_add_epi16(hi, _mm_unpackhi_epi8(a, zero));
-    }
-    if (kSub) {
+    } else if (kSub) {
       const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sub + k));
       lo = _mm_sub_epi16(lo, _mm_unpacklo_epi8(b, zero));
       hi = _mm_sub_epi16(hi, _mm_unpackhi_epi8(b, zero));
