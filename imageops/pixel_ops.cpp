@@ -13,10 +13,33 @@ constexpr int32_t kBadArgument = static_cast<int32_t>(0x80070057u);
 
 }  // namespace
 
-// A pixel at a time as one word: three table reads, one store.
-int32_t apply_lut_bgr_to(const ImageView& from, const ImageView& to, const uint8_t* lut,
+int32_t apply_lut_bgr_plain(const ImageView& img, const uint8_t* lut, const ProcessRect& strip) {
+  if (img.data == nullptr || lut == nullptr) return kNullBuffer;
+  if (img.format != PIXEL_BGRA32) return kBadArgument;
+  const Area a = Clip(AreaOf(strip), img);
+  if (a.Empty()) return 0;
+  for (int32_t y = a.top; y < a.bottom; ++y) {
+    uint8_t* p = img.At(a.left, y);
+    for (int32_t x = a.left; x < a.right; ++x, p += 4) {
+      p[0] = lut[p[0]];
+      p[1] = lut[p[1]];
+      p[2] = lut[p[2]];
+    }
+  }
+  return 0;
+}
+
+void SpreadLutOf(const uint8_t* lut, SpreadLut* out) {
+  for (uint32_t v = 0; v < 256; ++v) {
+    out->b[v] = lut[v];
+    out->g[v] = uint32_t{lut[v]} << 8;
+    out->r[v] = uint32_t{lut[v]} << 16;
+  }
+}
+
+int32_t apply_lut_bgr_to(const ImageView& from, const ImageView& to, const SpreadLut& lut,
                          const ProcessRect& strip) {
-  if (from.data == nullptr || to.data == nullptr || lut == nullptr) return kNullBuffer;
+  if (from.data == nullptr || to.data == nullptr) return kNullBuffer;
   if (from.format != PIXEL_BGRA32 || to.format != PIXEL_BGRA32) return kBadArgument;
   const Area a = Clip(Clip(AreaOf(strip), from), to);
   if (a.Empty()) return 0;
@@ -26,16 +49,11 @@ int32_t apply_lut_bgr_to(const ImageView& from, const ImageView& to, const uint8
     for (int32_t x = a.left; x < a.right; ++x, s += 4, d += 4) {
       uint32_t p;
       std::memcpy(&p, s, 4);
-      p = (p & 0xFF000000u) | uint32_t{lut[p & 0xFF]} | uint32_t{lut[(p >> 8) & 0xFF]} << 8 |
-          uint32_t{lut[(p >> 16) & 0xFF]} << 16;
+      p = (p & 0xFF000000u) | lut.b[p & 0xFF] | lut.g[(p >> 8) & 0xFF] | lut.r[(p >> 16) & 0xFF];
       std::memcpy(d, &p, 4);
     }
   }
   return 0;
-}
-
-int32_t apply_lut_bgr_plain(const ImageView& img, const uint8_t* lut, const ProcessRect& strip) {
-  return apply_lut_bgr_to(img, img, lut, strip);
 }
 
 int32_t weighting_sum_plain(const ImageView& other, const ImageView& dst, int32_t w1, int32_t w2,
