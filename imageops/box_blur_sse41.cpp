@@ -398,7 +398,27 @@ void F96Rows(uint8_t* const* out, const float* const* x, int32_t n, int32_t r) {
   // i = r .. n - r: S = S - x[i - r] + x[i + r - 1] over a full window.
   const __m128 full = _mm_set1_ps(static_cast<float>(2 * r - 1));
   const int32_t end = n - r + 1;
-  for (int32_t i = r; i < end; ++i) {
+  int32_t i = r;
+  // Four pixels of a row at a time: their twelve sums packed into three vectors, so that the
+  // divisions, which bound this loop, fill every lane (each lane divides alike wherever it is).
+  for (; i + 4 <= end; i += 4) {
+    for (int k = 0; k < kRows; ++k) {
+      __m128 p[4];
+      for (int t = 0; t < 4; ++t) {
+        s[k] = _mm_add_ps(_mm_sub_ps(s[k], CopyPx(x[k], i + t - r)), CopyPx(x[k], i + t + r - 1));
+        p[t] = s[k];
+      }
+      const __m128 v0 = _mm_blend_ps(p[0], _mm_shuffle_ps(p[1], p[1], 0), 8);
+      const __m128 v1 = _mm_shuffle_ps(p[1], p[2], _MM_SHUFFLE(1, 0, 2, 1));
+      const __m128 v2 = _mm_blend_ps(_mm_shuffle_ps(p[3], p[3], _MM_SHUFFLE(2, 1, 0, 0)),
+                                     _mm_movehl_ps(p[2], p[2]), 1);
+      float* o = reinterpret_cast<float*>(out[k] + 12 * i);
+      _mm_storeu_ps(o, _mm_div_ps(v0, full));
+      _mm_storeu_ps(o + 4, _mm_div_ps(v1, full));
+      _mm_storeu_ps(o + 8, _mm_div_ps(v2, full));
+    }
+  }
+  for (; i < end; ++i) {
     for (int k = 0; k < kRows; ++k) {
       s[k] = _mm_add_ps(_mm_sub_ps(s[k], CopyPx(x[k], i - r)), CopyPx(x[k], i + r - 1));
       StoreF96(out[k] + 12 * i, _mm_div_ps(s[k], full));
@@ -457,35 +477,43 @@ struct DivideBy {
   __m128i Round(__m128i s) const {
     return Divide<kExact>(_mm_add_epi16(s, half), m, shift, c, c_minus_1);
   }
+  // The same of sums that already hold the half.
+  template <bool kExact>
+  __m128i Quotient(__m128i s_and_half) const {
+    return Divide<kExact>(s_and_half, m, shift, c, c_minus_1);
+  }
 };
 
 // Middle of a row (a full window of 2r - 1 everywhere): pixels [from, to), four per step, the
-// sums in 16-bit lanes (a window of at most 255 bytes sums to at most 65025). The four steps'
-// differences d = x[i + r - 1] - x[i - r] are summed as prefixes: [d0, d0 + d1] and
-// [d2, d2 + d3] per half, each added to the running sum of the pixel before.
+// sums in 16-bit lanes (a window of at most 255 bytes sums to at most 65025, 65152 with the
+// rounding half, which the running sum carries so that only the division is left per step).
+// The differences d = x[i + r - 1] - x[i - r] come from one multiply-add of the interleaved
+// bytes by (1, -1); the four steps' d are summed as prefixes, [d0, d0 + d1] and
+// [d2 + d0 + d1, d2 + d3 + d0 + d1] per half, so that only one addition a step carries over
+// (16-bit sums wrap alike in any order).
 template <bool kExact>
 void BgraMiddle(const uint8_t* x, uint8_t* out, int32_t from, int32_t to, int32_t r, __m128i* sum,
                 const DivideBy& div) {
-  const __m128i zero = _mm_setzero_si128();
-  __m128i s16 = _mm_packus_epi32(*sum, *sum);  // [S, S] of the pixel before `from`
+  const __m128i plus_minus = _mm_set1_epi16(static_cast<int16_t>(0xFF01));  // bytes 1, -1
+  __m128i s16 = _mm_add_epi16(_mm_packus_epi32(*sum, *sum), div.half);  // of the pixel before
   int32_t i = from;
   const uint8_t* in = x + 4 * (i + r - 1);
   const uint8_t* old = x + 4 * (i - r);
   for (; i + 4 <= to; i += 4, in += 16, old += 16) {
     const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
     const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(old));
-    __m128i d01 = _mm_sub_epi16(_mm_unpacklo_epi8(a, zero), _mm_unpacklo_epi8(b, zero));
-    __m128i d23 = _mm_sub_epi16(_mm_unpackhi_epi8(a, zero), _mm_unpackhi_epi8(b, zero));
+    __m128i d01 = _mm_maddubs_epi16(_mm_unpacklo_epi8(a, b), plus_minus);
+    __m128i d23 = _mm_maddubs_epi16(_mm_unpackhi_epi8(a, b), plus_minus);
     d01 = _mm_add_epi16(d01, _mm_slli_si128(d01, 8));
-    d23 = _mm_add_epi16(d23, _mm_slli_si128(d23, 8));
+    d23 = _mm_add_epi16(_mm_add_epi16(d23, _mm_slli_si128(d23, 8)), _mm_unpackhi_epi64(d01, d01));
     const __m128i s01 = _mm_add_epi16(s16, d01);
-    const __m128i s23 = _mm_add_epi16(_mm_unpackhi_epi64(s01, s01), d23);
-    s16 = _mm_unpackhi_epi64(s23, s23);
-    const __m128i q = _mm_packus_epi16(div.Round<kExact>(s01), div.Round<kExact>(s23));
+    const __m128i s23 = _mm_add_epi16(s16, d23);
+    s16 = _mm_add_epi16(s16, _mm_unpackhi_epi64(d23, d23));
+    const __m128i q = _mm_packus_epi16(div.Quotient<kExact>(s01), div.Quotient<kExact>(s23));
     const __m128i orig = _mm_loadu_si128(reinterpret_cast<const __m128i*>(x + 4 * i));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4 * i), _mm_blendv_epi8(q, orig, AlphaBytes()));
   }
-  __m128i s = _mm_cvtepu16_epi32(s16);
+  __m128i s = _mm_cvtepu16_epi32(_mm_sub_epi16(s16, div.half));
   const __m128 full = _mm_set1_ps(static_cast<float>(2 * r - 1));
   for (; i < to; ++i, in += 4, old += 4) {
     s = _mm_add_epi32(s, _mm_sub_epi32(Widen(in), Widen(old)));
@@ -504,12 +532,17 @@ void ColumnRow16(uint16_t* s, const uint8_t* add, const uint8_t* sub, const uint
   for (; k + 16 <= bytes; k += 16) {
     __m128i lo = _mm_load_si128(reinterpret_cast<const __m128i*>(s + k));
     __m128i hi = _mm_load_si128(reinterpret_cast<const __m128i*>(s + k + 8));
-    if (kAdd) {
+    if (kAdd && kSub) {  // add - sub from one multiply-add of the interleaved bytes by (1, -1)
+      const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(add + k));
+      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sub + k));
+      const __m128i plus_minus = _mm_set1_epi16(static_cast<int16_t>(0xFF01));
+      lo = _mm_add_epi16(lo, _mm_maddubs_epi16(_mm_unpacklo_epi8(a, b), plus_minus));
+      hi = _mm_add_epi16(hi, _mm_maddubs_epi16(_mm_unpackhi_epi8(a, b), plus_minus));
+    } else if (kAdd) {
       const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(add + k));
       lo = _mm_add_epi16(lo, _mm_unpacklo_epi8(a, zero));
       hi = _mm_add_epi16(hi, _mm_unpackhi_epi8(a, zero));
-    }
-    if (kSub) {
+    } else if (kSub) {
       const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sub + k));
       lo = _mm_sub_epi16(lo, _mm_unpacklo_epi8(b, zero));
       hi = _mm_sub_epi16(hi, _mm_unpackhi_epi8(b, zero));

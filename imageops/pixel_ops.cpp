@@ -1,5 +1,7 @@
 #include "imageops/pixel_ops.h"
 
+#include <cstring>
+
 #include "vantyx.h"
 
 namespace Vantyx {
@@ -22,6 +24,33 @@ int32_t apply_lut_bgr_plain(const ImageView& img, const uint8_t* lut, const Proc
       p[0] = lut[p[0]];
       p[1] = lut[p[1]];
       p[2] = lut[p[2]];
+    }
+  }
+  return 0;
+}
+
+void SpreadLutOf(const uint8_t* lut, SpreadLut* out) {
+  for (uint32_t v = 0; v < 256; ++v) {
+    out->b[v] = lut[v];
+    out->g[v] = uint32_t{lut[v]} << 8;
+    out->r[v] = uint32_t{lut[v]} << 16;
+  }
+}
+
+int32_t apply_lut_bgr_to(const ImageView& from, const ImageView& to, const SpreadLut& lut,
+                         const ProcessRect& strip) {
+  if (from.data == nullptr || to.data == nullptr) return kNullBuffer;
+  if (from.format != PIXEL_BGRA32 || to.format != PIXEL_BGRA32) return kBadArgument;
+  const Area a = Clip(Clip(AreaOf(strip), from), to);
+  if (a.Empty()) return 0;
+  for (int32_t y = a.top; y < a.bottom; ++y) {
+    const uint8_t* s = from.At(a.left, y);
+    uint8_t* d = to.At(a.left, y);
+    for (int32_t x = a.left; x < a.right; ++x, s += 4, d += 4) {
+      uint32_t p;
+      std::memcpy(&p, s, 4);
+      p = (p & 0xFF000000u) | lut.b[p & 0xFF] | lut.g[(p >> 8) & 0xFF] | lut.r[(p >> 16) & 0xFF];
+      std::memcpy(d, &p, 4);
     }
   }
   return 0;

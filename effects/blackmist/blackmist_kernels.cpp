@@ -13,8 +13,11 @@ void BuildTintTable(float amount, float hue, TintTable* table) {
   const int32_t tint_hue = TruncToInt(hue * 36000.0f);
   // Amounts above 1 saturate the tint colour fully rather than overflow the HSV arithmetic.
   const int32_t tint_sat = std::clamp(TruncToInt(amount * 32640.0f), 0, 32640);
-  for (int32_t m = 0; m < 256; ++m)
+  for (int32_t m = 0; m < 256; ++m) {
     HsvToRgb(tint_hue, tint_sat, m * 128, &table->rgb[0][m], &table->rgb[1][m], &table->rgb[2][m]);
+    table->packed[m] = uint32_t(table->rgb[0][m]) << 16 | uint32_t(table->rgb[1][m]) << 8 |
+                       uint32_t(table->rgb[2][m]);
+  }
 }
 
 int32_t adjust_color(const ImageView& img, float amount, float hue, float brightness,

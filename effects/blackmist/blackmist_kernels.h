@@ -8,9 +8,11 @@
 namespace Vantyx {
 namespace blackmist {
 
-// The tint colour (r, g, b) for each brightness 0..255 (the largest channel of a pixel).
+// The tint colour (r, g, b) for each brightness 0..255 (the largest channel of a pixel), and
+// the same as one BGRA-ordered word (r << 16 | g << 8 | b) for the fast form.
 struct TintTable {
   int32_t rgb[3][256];
+  uint32_t packed[256];
 };
 void BuildTintTable(float amount, float hue, TintTable* table);
 

@@ -476,11 +476,16 @@ int32_t GlowEffect::BlendRow(const GlowPlan& plan, int32_t y, uint8_t* row, uint
   uint8_t* base = SrcView().At(left, y);
   for (const RowStage& stage : plan.base) {
     if (!stage.name) continue;
-    if (base != base_copy) {
+    int32_t rc;
+    if (base == base_copy) {
+      rc = stage.run(stage.ctx, base, w);
+    } else if (stage.run_to) {
+      rc = stage.run_to(stage.ctx, base, base_copy, w);
+    } else {
       std::memcpy(base_copy, base, size_t(w) * 4);
-      base = base_copy;
+      rc = stage.run(stage.ctx, base_copy, w);
     }
-    const int32_t rc = stage.run(stage.ctx, base, w);
+    base = base_copy;
     if (rc < 0) {
       f.Note(rc, stage.name);
       return rc;
@@ -550,14 +555,13 @@ int32_t GlowEffect::BlurredBlendRows(const GlowPlan& plan, const ProcessRect& st
   s.first.Init(false, n, r, std::max(0, y0 - (r - 1)), std::min(n, y1 + (r - 1)), int32_t(row_bytes));
   s.second.Init(false, n, r, y0, y1, int32_t(row_bytes));
   const int32_t cap_h = s.first.Capacity(), cap_v = s.second.Capacity();
-  const int32_t cap_b = std::max(1, std::min(2 * r, b1 - b0));
-  uint8_t *layer = nullptr, *base = nullptr, *h1 = nullptr, *blurred = nullptr;
-  uint8_t *ring_b = nullptr, *ring_h = nullptr, *ring_v = nullptr;
+  uint8_t *layer = nullptr, *base = nullptr, *h1 = nullptr, *blurred = nullptr, *halo_row = nullptr;
+  uint8_t *ring_h = nullptr, *ring_v = nullptr;
   s.Carve({{&layer, row_bytes},
            {&base, row_bytes},
            {&h1, row_bytes},
            {&blurred, row_bytes},
-           {&ring_b, row_bytes * size_t(cap_b)},
+           {&halo_row, row_bytes},
            {&ring_h, row_bytes * size_t(cap_h)},
            {&ring_v, row_bytes * size_t(cap_v)}});
   s.resample.Init(ViewOf(m_scaled_hlr), Area{0, 0, m_scaled_img_w, m_scaled_img_h}, m_img_w,
@@ -565,9 +569,14 @@ int32_t GlowEffect::BlurredBlendRows(const GlowPlan& plan, const ProcessRect& st
   auto slot = [&](uint8_t* ring, int32_t cap, int32_t i, int32_t first) {
     return ring + size_t((i - first) % cap) * row_bytes;
   };
+  // The strip's own rows are blended in place, where the weighting finds them; a halo row only
+  // feeds the horizontal blurs, through one scratch row.
   for (int32_t b = b0; b < b1; ++b) {
-    uint8_t* blended = slot(ring_b, cap_b, b, b0);
-    std::memcpy(blended, b >= y0 && b < y1 ? dst.Row(b) : kept.Row(b), row_bytes);
+    uint8_t* blended = dst.Row(b);
+    if (b < y0 || b >= y1) {
+      blended = halo_row;
+      std::memcpy(blended, kept.Row(b), row_bytes);
+    }
     VANTYX_STAGE(BlendRow(plan, b + top, blended, layer, base, s, f));
     uint8_t* h = slot(ring_h, cap_h, b, b0);
     detail::BoxBlurBgraRowSse41(blended, h1, w, r);
@@ -579,7 +588,7 @@ int32_t GlowEffect::BlurredBlendRows(const GlowPlan& plan, const ProcessRect& st
       s.second.Push(j, v);
       for (int32_t k; (k = s.second.Ready()) >= 0;) {
         s.second.EmitSse41(blurred);
-        VANTYX_STAGE(finish(blurred, slot(ring_b, cap_b, k, b0), k));
+        VANTYX_STAGE(finish(blurred, dst.Row(k), k));
       }
     }
   }

@@ -38,6 +38,9 @@ struct RowStage {
   int32_t (*run)(const void* ctx, uint8_t* row, int32_t pixels) = nullptr;
   const void* ctx = nullptr;
   const char* kernel = nullptr;  // logged before `name` when the stage fails, if set
+  // The same stage from one row into another, if set: a fused pass runs it in place of copying
+  // a row it must not change and running `run` on the copy.
+  int32_t (*run_to)(const void* ctx, const uint8_t* from, uint8_t* to, int32_t pixels) = nullptr;
 };
 
 // The last stage: mixes the blurred blend into the destination, which holds the blend, row by
