@@ -22,22 +22,6 @@ constexpr float kLightCurve = -0.25f;
 bool Within(float v, float lo, float hi) { return v >= lo && v <= hi; }  // false for NaN
 
 // The row stages Amberfade gives the glow pipeline.
-int32_t LutRow(const void* lut, uint8_t* row, int32_t pixels) {
-  return apply_lut_bgr_plain(PixelRow(row, pixels), static_cast<const uint8_t*>(lut),
-                             PixelRowRect(pixels));
-}
-struct Contrast {
-  uint8_t lut[256];
-  SpreadLut spread;  // of lut, for the fused passes
-};
-int32_t ContrastRow(const void* ctx, uint8_t* row, int32_t pixels) {
-  return LutRow(static_cast<const Contrast*>(ctx)->lut, row, pixels);
-}
-int32_t ContrastRowTo(const void* ctx, const uint8_t* from, uint8_t* to, int32_t pixels) {
-  return apply_lut_bgr_to(PixelRow(const_cast<uint8_t*>(from), pixels), PixelRow(to, pixels),
-                          static_cast<const Contrast*>(ctx)->spread, PixelRowRect(pixels));
-}
-
 struct RedBlue {
   int32_t fb16, fr16;
 };
@@ -208,15 +192,16 @@ int32_t AmberfadeEffect::Run() {
     red_blue = {TruncToInt((1.0f + 0.2f * c) * 65536.0f), TruncToInt((1.0f - 0.1f * c) * 65536.0f)};
   }
   if (cool) plan.colour = RowStage{"adjust color", &RedBlueRow, &red_blue};
-  if (!cool) plan.layer = RowStage{"apply tone-mapping", &LutRow, m_tone_lut.get()};
+  TableStage tone{m_tone_lut.get(), {}};
+  if (!cool) plan.layer = tone.Stage("apply tone-mapping", false);  // runs in place: no spread
 
   // The picture's tones; a factor of exactly 1.0 leaves it as it is.
   const float contrast = m_full_params ? m_contrast : cool ? 0.7f : 1.0f;
-  Contrast contrast_table;
+  uint8_t contrast_lut[256];
+  TableStage contrast_table{contrast_lut, {}};
   if (contrast != 1.0f) {
-    amberfade::BuildContrastTable(contrast, contrast_table.lut);
-    if (Fast()) SpreadLutOf(contrast_table.lut, &contrast_table.spread);
-    plan.base[0] = RowStage{"apply contrast", &ContrastRow, &contrast_table, nullptr, &ContrastRowTo};
+    amberfade::BuildContrastTable(contrast, contrast_lut);
+    plan.base[0] = contrast_table.Stage("apply contrast", Fast());
   }
   // The table belongs to the gamma stage: a run that ends before it (output modes 0 and 3)
   // neither builds it nor moves the shared last gamma. Built by the calling thread before the

@@ -23,19 +23,6 @@ constexpr float kLightCurve = -0.25f;  // S-shaped contrast through the middle g
 int32_t MaxSide8(int32_t w, int32_t h) { return std::max(w, h) / 8; }
 
 // The row stages BlackMist gives the glow pipeline.
-struct ToneMap {
-  const uint8_t* lut;
-  SpreadLut spread;  // of lut, for the fused passes
-};
-int32_t ToneMapRow(const void* ctx, uint8_t* row, int32_t pixels) {
-  return apply_lut_bgr_plain(PixelRow(row, pixels), static_cast<const ToneMap*>(ctx)->lut,
-                             PixelRowRect(pixels));
-}
-int32_t ToneMapRowTo(const void* ctx, const uint8_t* from, uint8_t* to, int32_t pixels) {
-  return apply_lut_bgr_to(PixelRow(const_cast<uint8_t*>(from), pixels), PixelRow(to, pixels),
-                          static_cast<const ToneMap*>(ctx)->spread, PixelRowRect(pixels));
-}
-
 struct Tint {
   float amount, hue, brightness;
   int32_t level;
@@ -193,11 +180,8 @@ int32_t BlackMistEffect::Run() {
     if (Fast()) blackmist::BuildTintTable(m_tint_amount, m_tint_hue, &tint.table);
     plan.colour = RowStage{"adjust color", &TintRow, &tint};
   }
-  ToneMap tone{m_tone_lut.get(), {}};
-  if (m_use_tone_mapping) {
-    if (Fast()) SpreadLutOf(tone.lut, &tone.spread);
-    plan.base[0] = RowStage{"apply tone-mapping", &ToneMapRow, &tone, nullptr, &ToneMapRowTo};
-  }
+  TableStage tone{m_tone_lut.get(), {}};
+  if (m_use_tone_mapping) plan.base[0] = tone.Stage("apply tone-mapping", Fast());
   plan.blend_index = BlendIndexForMode(m_blend_mode);
   plan.opacity = m_blend_opacity;
   plan.blur = m_blur_blended != 0;

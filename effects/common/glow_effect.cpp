@@ -26,6 +26,21 @@ ImageView PixelRow(uint8_t* row, int32_t pixels, uint32_t format) {
 
 ProcessRect PixelRowRect(int32_t pixels) { return ProcessRect{0, 0, uint32_t(pixels), 1}; }
 
+RowStage TableStage::Stage(const char* name, bool fast) {
+  if (fast) SpreadLutOf(lut, &spread);
+  auto run = [](const void* ctx, uint8_t* row, int32_t pixels) {
+    return apply_lut_bgr_plain(PixelRow(row, pixels), static_cast<const TableStage*>(ctx)->lut,
+                               PixelRowRect(pixels));
+  };
+  auto run_to = [](const void* ctx, const uint8_t* from, uint8_t* to, int32_t pixels) {
+    return apply_lut_bgr_to(PixelRow(const_cast<uint8_t*>(from), pixels), PixelRow(to, pixels),
+                            static_cast<const TableStage*>(ctx)->spread, PixelRowRect(pixels));
+  };
+  RowStage stage;
+  stage.name = name, stage.run = run, stage.ctx = this, stage.run_to = run_to;
+  return stage;
+}
+
 // ---- Stage by stage ---------------------------------------------------------------------------
 
 int32_t GlowEffect::RunGlow(const GlowPlan& plan) {

@@ -28,6 +28,7 @@
 #include "core/effect_base.h"
 #include "imageops/colour.h"
 #include "imageops/highlight.h"
+#include "imageops/pixel_ops.h"
 
 namespace Vantyx {
 
@@ -54,6 +55,15 @@ struct WeightStage {
 // One row of pixels as an image one row high, for kernels that a row stage calls.
 ImageView PixelRow(uint8_t* row, int32_t pixels, uint32_t format = PIXEL_BGRA32);
 ProcessRect PixelRowRect(int32_t pixels);
+
+// A 256-entry byte table over B, G and R as a row stage (a tone curve, a contrast), with its
+// table spread over a word for the fused passes' run_to. Must outlive the run.
+struct TableStage {
+  const uint8_t* lut = nullptr;
+  SpreadLut spread;
+  // `spread` is built only where the fused passes may run (processor level 5 and above).
+  RowStage Stage(const char* name, bool fast);
+};
 
 struct GlowPlan {
   // Output mode: 0 the enlarged glow, 1 the blurred blend, 2 the weighted mix, 3 the source.
