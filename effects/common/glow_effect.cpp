@@ -27,7 +27,7 @@ ImageView PixelRow(uint8_t* row, int32_t pixels, uint32_t format) {
 ProcessRect PixelRowRect(int32_t pixels) { return ProcessRect{0, 0, uint32_t(pixels), 1}; }
 
 RowStage TableStage::Stage(const char* name, bool fast) {
-  if (fast) SpreadLutOf(lut, &spread);
+  if (fast && lut) SpreadLutOf(lut, &spread);
   auto run = [](const void* ctx, uint8_t* row, int32_t pixels) {
     return apply_lut_bgr_plain(PixelRow(row, pixels), static_cast<const TableStage*>(ctx)->lut,
                                PixelRowRect(pixels));
@@ -37,7 +37,9 @@ RowStage TableStage::Stage(const char* name, bool fast) {
                             static_cast<const TableStage*>(ctx)->spread, PixelRowRect(pixels));
   };
   RowStage stage;
-  stage.name = name, stage.run = run, stage.ctx = this, stage.run_to = run_to;
+  // Without a table the copy-and-run path fails as the stage by stage does, with its name.
+  stage.name = name, stage.run = run, stage.ctx = this, stage.run_to = nullptr;
+  if (lut) stage.run_to = run_to;
   return stage;
 }
 
