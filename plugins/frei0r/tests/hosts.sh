@@ -108,12 +108,13 @@ ffmpeg)
 
 melt)
   # A lossless BGRA clip: melt's conversions to its RGBA images and back are then exact.
+  # real_time=0: one thread and no dropped frames, however loaded the machine is.
   ff $(raw ${W}x$H src.raw) -c:v ffv1 clip.mkv
   settings $(( (W > H ? W : H) / 8 ))
   check() {  # check NAME "MELT_VALUES" [TOOL_OPTIONS]
     local name=$1 values=$2; shift 2
     "$melt" -silent clip.mkv -filter "frei0r.$plugin" $values \
-      -consumer "avformat:$name.mkv" vcodec=ffv1 pix_fmt=bgra an=1 >melt-out.txt 2>&1 ||
+      -consumer "avformat:$name.mkv" vcodec=ffv1 pix_fmt=bgra an=1 real_time=0 >melt-out.txt 2>&1 ||
       { cat melt-out.txt >&2; fail "melt $name"; }
     ff -i "$name.mkv" -f rawvideo -pix_fmt bgra "$name.raw"
     apply ${W}x$H src.raw "$name-tool.raw" "$@"
