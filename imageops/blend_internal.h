@@ -16,7 +16,9 @@
 //   prepared once per pixel because the three channels share it,
 //   Luma(r, g, b): (19660 r + 38665 g + 7209 b) >> 16 (the highlight keys' weights) for
 //   channels in 0..255,
-//   HueRatio(n, c): n x 256 / c truncated toward zero, for 1 <= c <= 255 and |n| <= c.
+//   HueRatio(n, c): n x 256 / c truncated toward zero, for 1 <= c <= 255 and |n| <= c
+//   (DivConst, Luma and HueRatio serve the hue modes only, which are narrow: the four-lane
+//   type leaves them out).
 // Both sides of a Select are always evaluated, so every divisor is kept >= 1 in both.
 //
 // The fast form also runs the narrow modes (kNarrow) on eight pixels of 16-bit lanes. A
